@@ -1,0 +1,44 @@
+# make run   installs what is missing, builds an optimised zove and runs its demo
+# make test  installs what is missing, builds with ASan+UBSan and runs every test (CTest)
+# make bench builds the optimised benchmarks and runs them
+# make fuzz  builds the libFuzzer programs with clang (see docs/testing.md)
+# make format reformats the sources with the repository's .clang-format
+
+JOBS ?= $(shell nproc)
+RELEASE := build/release
+ASAN := build/asan
+FUZZ := build/fuzz
+
+.PHONY: run test bench fuzz setup format clean
+
+setup:
+	@bash scripts/setup.sh
+
+$(RELEASE)/CMakeCache.txt:
+	cmake -S . -B $(RELEASE) -DCMAKE_BUILD_TYPE=Release
+
+$(ASAN)/CMakeCache.txt:
+	cmake -S . -B $(ASAN) -DCMAKE_BUILD_TYPE=Debug -DZOVE_SANITIZE=ON -DZOVE_BENCH=OFF
+
+run: setup $(RELEASE)/CMakeCache.txt
+	cmake --build $(RELEASE) -j $(JOBS) --target zove_cli zove
+	$(RELEASE)/tools/zove/zove demo
+
+test: setup $(ASAN)/CMakeCache.txt
+	cmake --build $(ASAN) -j $(JOBS)
+	cd $(ASAN) && ctest --output-on-failure -j $(JOBS)
+
+bench: setup $(RELEASE)/CMakeCache.txt
+	cmake --build $(RELEASE) -j $(JOBS)
+	@for b in $(RELEASE)/bench/bench_*; do echo "== $$b"; $$b; done
+
+fuzz: setup
+	cmake -S . -B $(FUZZ) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+	  -DCMAKE_C_COMPILER=clang -DZOVE_SANITIZE=ON -DZOVE_FUZZ=ON -DZOVE_BENCH=OFF
+	cmake --build $(FUZZ) -j $(JOBS)
+
+format:
+	find platform store include app tools tests bench fuzz -name '*.cc' -o -name '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf build

@@ -1,0 +1,51 @@
+# zove_area(NAME SOURCES ... [DEPS area ...] [LIBS lib ...])
+#   An object library for one area of the code. DEPS names the areas it builds on; their objects
+#   are linked together wherever this area is linked (see zove_link_areas).
+function(zove_area name)
+  cmake_parse_arguments(A "" "" "SOURCES;DEPS;LIBS" ${ARGN})
+  add_library(${name} OBJECT ${A_SOURCES})
+  target_link_libraries(${name} PUBLIC ${A_LIBS})
+  set_property(GLOBAL APPEND PROPERTY ZOVE_AREAS ${name})
+  set_property(TARGET ${name} PROPERTY ZOVE_DEPS ${A_DEPS})
+  set_property(TARGET ${name} PROPERTY ZOVE_LIBS ${A_LIBS})
+endfunction()
+
+# Collects an area and, depth first, the areas it builds on.
+function(zove_area_closure out)
+  set(seen "")
+  set(todo ${ARGN})
+  while(todo)
+    list(POP_FRONT todo a)
+    if(NOT a IN_LIST seen)
+      list(APPEND seen ${a})
+      get_property(deps TARGET ${a} PROPERTY ZOVE_DEPS)
+      list(APPEND todo ${deps})
+    endif()
+  endwhile()
+  set(${out} ${seen} PARENT_SCOPE)
+endfunction()
+
+# Links the objects of the given areas (and of everything they build on) into a target.
+function(zove_link_areas target)
+  zove_area_closure(all ${ARGN})
+  foreach(a ${all})
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:${a}>)
+    get_property(libs TARGET ${a} PROPERTY ZOVE_LIBS)
+    target_link_libraries(${target} PRIVATE ${libs})
+  endforeach()
+endfunction()
+
+# zove_test_dir(DIR AREAS area ... [LIBS lib ...]): one GoogleTest program from every .cc in
+# tests/DIR, registered with CTest test by test.
+function(zove_test_dir dir)
+  cmake_parse_arguments(T "" "" "AREAS;LIBS" ${ARGN})
+  file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${dir}/*.cc)
+  if(NOT srcs)
+    return()
+  endif()
+  set(name test_${dir})
+  add_executable(${name} ${srcs})
+  zove_link_areas(${name} ${T_AREAS})
+  target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+endfunction()

@@ -1,0 +1,103 @@
+#include "platform/zelkor/channel.h"
+
+#include <algorithm>
+#include <memory>
+#include <unordered_map>
+
+namespace zelkor {
+
+namespace {
+
+struct Channel {
+  std::vector<Object*> members;  // null where a member left during a broadcast
+  int broadcasting = 0;
+  bool holes = false;
+};
+
+struct Channels {
+  std::unordered_map<Word, std::unique_ptr<Channel>> byWord;
+  std::unordered_map<Object*, std::vector<Word>> joined;
+};
+
+Channels& all() {
+  static Channels* c = new Channels;
+  return *c;
+}
+
+void compact(Channel& ch) {
+  if (ch.broadcasting || !ch.holes) return;
+  ch.members.erase(std::remove(ch.members.begin(), ch.members.end(), nullptr), ch.members.end());
+  ch.holes = false;
+}
+
+void removeMember(Word channel, Object* listener) {
+  auto it = all().byWord.find(channel);
+  if (it == all().byWord.end()) return;
+  Channel& ch = *it->second;
+  auto m = std::find(ch.members.begin(), ch.members.end(), listener);
+  if (m == ch.members.end()) return;
+  *m = nullptr;
+  ch.holes = true;
+  compact(ch);
+  if (ch.members.empty() && !ch.broadcasting) all().byWord.erase(it);
+}
+
+}  // namespace
+
+Word poAd(Object* listener, Word channel) {
+  if (!listener) return 0;
+  auto& slot = all().byWord[channel];
+  if (!slot) slot = std::make_unique<Channel>();
+  if (std::find(slot->members.begin(), slot->members.end(), listener) != slot->members.end())
+    return 0;
+  slot->members.push_back(listener);
+  all().joined[listener].push_back(channel);
+  return 0;
+}
+
+Word poRm(Object* listener, Word channel) {
+  auto j = all().joined.find(listener);
+  if (j == all().joined.end()) return 0;
+  auto& list = j->second;
+  auto w = std::find(list.begin(), list.end(), channel);
+  if (w == list.end()) return 0;
+  list.erase(w);
+  if (list.empty()) all().joined.erase(j);
+  removeMember(channel, listener);
+  return 0;
+}
+
+void leaveAllChannels(Object* listener) {
+  auto j = all().joined.find(listener);
+  if (j == all().joined.end()) return;
+  std::vector<Word> channels = std::move(j->second);
+  all().joined.erase(j);
+  for (Word c : channels) removeMember(c, listener);
+}
+
+std::vector<Object*> channelMembers(Word channel) {
+  std::vector<Object*> out;
+  auto it = all().byWord.find(channel);
+  if (it == all().byWord.end()) return out;
+  for (Object* o : it->second->members)
+    if (o) out.push_back(o);
+  return out;
+}
+
+Word broadcast(Word channel, const Msg& m) {
+  auto it = all().byWord.find(channel);
+  if (it == all().byWord.end()) return 0;
+  // The channel object stays put while broadcasting > 0 (removeMember never erases it then).
+  Channel* ch = it->second.get();
+  ch->broadcasting++;
+  const size_t reach = ch->members.size();
+  for (size_t i = 0; i < reach; ++i) {
+    if (Object* o = ch->members[i]) dispatch(o, m);
+  }
+  ch->broadcasting--;
+  compact(*ch);
+  if (ch->members.empty() && !ch->broadcasting) all().byWord.erase(channel);
+  return 0;
+}
+
+}  // namespace zelkor

@@ -1,0 +1,112 @@
+// Selectors and message sends.
+//
+// Dispatch costs two array probes: each selector is interned once to a dense index (an
+// open-addressed table keyed by the FourCC), and each class keeps a handler table indexed by it.
+// A class's table starts as a copy of its superclass's; Defn writes the class's entry and every
+// subclass entry that was inherited from it, so a send never walks the chain.
+//
+// Sends run synchronously on the caller's thread. Definitions (Defn, SubC) are made while the
+// framework boots or from the framework thread; sends do not lock.
+//
+// A message that no class of the receiver's chain answers runs the class's fallback handler; the
+// framework's fallback answers 0 (and counts the miss, see unansweredCount). A send to a null
+// object also answers 0, so "send to the controller, if any" needs no test at the call site.
+#pragma once
+
+#include <atomic>
+
+#include "platform/zelkor/object.h"
+
+namespace zelkor {
+
+// Selector index table. Index 0 means "never defined by anyone".
+namespace detail {
+constexpr uint32_t kSelSlots = 1u << 13;
+struct SelSlot {
+  std::atomic<FourCC> key;
+  uint32_t index;
+};
+extern SelSlot gSelSlots[kSelSlots];
+inline uint32_t selHash(FourCC s) { return (s * 0x9E3779B1u) >> (32 - 13); }
+extern std::atomic<uint64_t> gUnanswered;
+}  // namespace detail
+
+// The dense index of a selector, 0 when no class ever defined it.
+inline uint32_t findSelector(FourCC sel) {
+  for (uint32_t h = detail::selHash(sel);; h = (h + 1) & (detail::kSelSlots - 1)) {
+    FourCC k = detail::gSelSlots[h].key.load(std::memory_order_acquire);
+    if (k == sel) return detail::gSelSlots[h].index;
+    if (k == 0) return 0;
+  }
+}
+// Interns a selector (idempotent) and answers its index.
+uint32_t internSelector(FourCC sel);
+
+inline Handler handlerOf(const ClassRec* c, uint32_t index) {
+  return index < c->table.size() ? c->table[index] : nullptr;
+}
+
+inline Word dispatch(Object* self, const Msg& m) {
+  if (!self) return 0;
+  ClassRec* c = self->h.cls;
+  Handler h = handlerOf(c, findSelector(m.sel));
+  return h ? h(self, m) : c->fallback(self, m);
+}
+
+template <class... A>
+Msg makeMsg(FourCC sel, A... args) {
+  static_assert(sizeof...(A) <= kMaxWords, "a message carries at most twelve words");
+  return Msg{sel, {toWord(args)...}};
+}
+
+// Defines (or redefines) the handler of a selector on a class and on every subclass that
+// inherited the previous one.
+void Defn(ClassRec* cls, FourCC sel, Handler handler);
+// Sets the handler for selectors nobody answers, for this class and those inheriting it.
+void DefnFallback(ClassRec* cls, Handler handler);
+// The framework's own fallback: answers 0.
+Word notUnderstood(Object* self, const Msg& m);
+uint64_t unansweredCount();
+
+// Runs the handler of `cls`'s superclass for the message (0 when none answers).
+Word passMsg(const ClassRec* cls, Object* self, const Msg& m);
+
+// Non-zero when the object answers the selector (a handler, or a fallback of its own).
+Word lookUp(const Object* self, FourCC sel);
+
+struct ModuleData {
+  template <class... A>
+  static Word send(Object* obj, FourCC sel, A... args) {
+    return dispatch(obj, makeMsg(sel, args...));
+  }
+  template <class... A>
+  static Word send(Word obj, FourCC sel, A... args) {
+    return dispatch(asObject(obj), makeMsg(sel, args...));
+  }
+  // Delivers and waits for the answer. Every handler runs on the framework thread, so
+  // delivering is sending.
+  template <class... A>
+  static Word postBlock(Word obj, FourCC sel, A... args) {
+    return dispatch(asObject(obj), makeMsg(sel, args...));
+  }
+  // The record of the class named `sig` in the object's chain, or null.
+  static ClassRec* sigClass(const Object* obj, FourCC sig);
+};
+
+struct ClassData {
+  template <class... A>
+  static Word pass(const ClassRec* cls, Object* self, FourCC sel, A... args) {
+    return passMsg(cls, self, makeMsg(sel, args...));
+  }
+};
+
+template <class... A>
+Word send(Object* obj, FourCC sel, A... args) {
+  return dispatch(obj, makeMsg(sel, args...));
+}
+template <class... A>
+Word send(Word obj, FourCC sel, A... args) {
+  return dispatch(asObject(obj), makeMsg(sel, args...));
+}
+
+}  // namespace zelkor

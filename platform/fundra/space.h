@@ -1,0 +1,252 @@
+// The element space: numbered byte elements in one heap, with marks for a collector.
+//
+// Numbers start at 1. A number names a live element or nothing; every operation on a number that
+// names nothing answers a negative code (an address query answers nullptr) and touches no memory
+// outside the space. Freed numbers are reused, lowest first.
+//
+// Layout (see docs/foundation.md):
+//   number table  one 16-byte Slot per number 0..LmCount (slot 0 unused): address, size, mark.
+//   arenas        elements up to kLmSmallMax bytes live in 256 KiB chunks, each element in a
+//                 block of its size rounded up to 8; freed blocks go to a free list per size.
+//   large blocks  bigger elements get one heap block each.
+//   zero size     a live element of 0 bytes points at a shared empty block.
+// LmCompress copies every small element, in number order, into fresh chunks and frees the old
+// ones, so after it the arenas hold exactly the live bytes (rounded to 8) in number order.
+//
+// Moves and the lock. An address from LmGet stays valid until the element moves. What moves:
+// growing an element past its block (LmSetAssert), LmSwap (the two addresses change owners) and
+// LmCompress. What never moves anything else: adding, duplicating, loading, shrinking, removing
+// and collecting. While the space is locked (LmLock, counted) an operation that would move an
+// element is refused with kLmLocked and reported through Debug: holding addresses across a move
+// is a programming error, and the refusal leaves every element as it was.
+//
+// Invariants (LmCheck lists every violation):
+//   1. Slot 0 is never live; LmCount is the highest live number (0 when empty), and the table
+//      has no slot above it.
+//   2. A free slot has no address, size 0 and no mark.
+//   3. A live slot's address is the empty block when its size is 0, lies wholly inside one chunk
+//      at an 8-aligned offset when its size is at most kLmSmallMax, and is a large block of
+//      exactly its size otherwise.
+//   4. No two live elements share a byte, and no free-list block shares a byte with a live one.
+//   5. Every free number not above LmCount is on the free-number list.
+//   6. Every free-list block lies inside a chunk and is listed under its own size class.
+//   7. The lock depth is not negative.
+//   8. No fault was recorded while loading (see the hand-over section).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace fundra {
+
+// Codes. Every failure is below 0; these are the only negative answers of the space.
+constexpr int32_t kLmBadNumber = -620;  // 0, negative, or above the largest number there can be
+constexpr int32_t kLmNotLive = -621;    // the number names no live element
+constexpr int32_t kLmBadSize = -622;    // size below 0 or above kLmMaxSize
+constexpr int32_t kLmLocked = -623;     // refused: the operation would move an element
+constexpr int32_t kLmNotLocked = -624;  // LmUnlock without a matching LmLock
+constexpr int32_t kLmNoMemory = -625;   // the heap could not supply the bytes
+constexpr int32_t kLmDamaged = -626;    // LmValid/LmRepair: the space is not sound
+constexpr int32_t kLmTaken = -627;      // LmLoad: the number is already live
+
+constexpr int32_t kLmMaxNumber = 1 << 24;  // numbers are 1..kLmMaxNumber
+constexpr int32_t kLmMaxSize = 1 << 30;    // bytes per element
+constexpr int32_t kLmSmallMax = 512;       // larger elements get a block of their own
+
+// LmSetParms flags.
+constexpr int32_t kLmScrub = 1;  // freed and cut-off bytes are overwritten with 0xDB
+
+// What changed since the last hand-over, numbers ascending. A persistence layer that keeps sums
+// beside the bytes takes them from LmSumOf and gives them back to LmLoad.
+struct LmDelta {
+  std::vector<int32_t> added;    // live now, not handed over
+  std::vector<int32_t> changed;  // handed over, live, bytes differ
+  std::vector<int32_t> removed;  // handed over, no longer live
+};
+
+class ElementSpace {
+ public:
+  // tableStep: numbers the table grows by at a time (at least 1). flags: kLmScrub or 0.
+  ElementSpace(int32_t tableStep, int32_t flags);
+  ~ElementSpace();
+  ElementSpace(const ElementSpace&) = delete;
+  ElementSpace& operator=(const ElementSpace&) = delete;
+
+  // Changes the parameters of the constructor; answers 0.
+  int32_t LmSetParms(int32_t tableStep, int32_t flags);
+
+  // --- Elements ----------------------------------------------------------------------------
+  // Creates element n, or resizes it, to size bytes; bytes up to the old size keep their value,
+  // new bytes are 0. Answers 0 or a code (kLmLocked when growth would move it while locked).
+  int32_t LmSetAssert(int32_t n, int32_t size);
+  // A new element of size bytes, copied from source (which may lie inside this space) or 0-filled
+  // when source is null. Answers its number or a code.
+  int32_t LmAddAssert(int32_t size, const void* source = nullptr);
+  // A new element holding a copy of element n's bytes. Answers its number or a code.
+  int32_t LmDupeAssert(int32_t n);
+  // Frees element n; its number becomes free. Answers 0 or a code.
+  int32_t LmRemove(int32_t n);
+  // Exchanges the contents of a and b; the numbers stay. Answers 0 or a code.
+  int32_t LmSwap(int32_t a, int32_t b);
+
+  // The address of element n, or nullptr. Valid until the element moves.
+  inline uint8_t* LmGet(int32_t n) const;
+  // The size of element n or a code.
+  inline int32_t LmSize(int32_t n) const;
+  // 0 when n names a live element, else a code.
+  inline int32_t LmTest(int32_t n) const;
+  // The highest live number; 0 when the space is empty.
+  int32_t LmCount() const { return int32_t(slots_.size()) - 1; }
+  // The next live number above `after`, or 0 when there is none: for (n = LmNext(0); n; ...).
+  int32_t LmNext(int32_t after) const;
+
+  // --- Marks -------------------------------------------------------------------------------
+  // Marks element n: above 0 when newly marked, 0 when it already was, a code otherwise.
+  inline int32_t LmMark(int32_t n);
+  // 1 when n is live and marked, 0 when live and not marked, else a code.
+  inline int32_t LmMarked(int32_t n) const;
+  // Clears every mark (constant time). Answers 0.
+  int32_t LmUnmark();
+  // Frees every live element that is not marked; answers how many it freed.
+  int32_t LmCollect();
+  // Hints that element n is about to be visited: fetches its slot, and its bytes when `bytes`
+  // (the slot must then be in cache already to help). Never faults, whatever n is.
+  inline void LmPrefetch(int32_t n, bool bytes) const;
+
+  // --- Heap ----------------------------------------------------------------------------------
+  // Packs every small element into fresh chunks in number order. Answers 0 or kLmLocked.
+  int32_t LmCompress();
+  // Pins every element until the matching LmUnlock. Both answer 0 (LmUnlock: kLmNotLocked
+  // when the space is not locked, reported through Debug).
+  int32_t LmLock();
+  int32_t LmUnlock();
+  int32_t LmLockDepth() const { return lockDepth_; }
+
+  // --- Soundness -----------------------------------------------------------------------------
+  // 0 when every invariant holds, else kLmDamaged.
+  int32_t LmValid() const;
+  // Rebuilds what bookkeeping can be rebuilt (free-number list, free lists, table end, marks);
+  // answers 0 when the space is then sound, else kLmDamaged (findings stay in LmCheck).
+  int32_t LmRepair();
+  // Every invariant violation, one line each, naming the invariant's number.
+  std::vector<std::string> LmCheck() const;
+  // A readable picture: totals, then up to `limit` elements with size, mark and first bytes.
+  std::string LmDump(int32_t limit = 64) const;
+
+  // --- Totals --------------------------------------------------------------------------------
+  int32_t LmLiveCount() const { return live_; }
+  int64_t LmLiveBytes() const { return liveBytes_; }
+  // Bytes held for elements: chunks in use plus large blocks (not the number table).
+  int64_t LmHeapBytes() const;
+  // Bytes of the number table and free-number list.
+  int64_t LmTableBytes() const;
+
+  // --- Hand-over to a persistence layer --------------------------------------------------------
+  // Saving: LmChanges() tells what differs from the last hand-over (by content, so writes made
+  // through LmGet addresses are seen); save those, then LmHandedOver() without changing the
+  // space in between. A new space has handed over nothing.
+  LmDelta LmChanges();
+  void LmHandedOver();
+  // A 64-bit sum of bytes, and of element n's bytes (0 when n is not live).
+  static uint64_t LmSum(const void* bytes, int32_t size);
+  uint64_t LmSumOf(int32_t n) const;
+  // Order-independent sum over every live element's number and bytes.
+  uint64_t LmSpaceSum() const;
+
+  // Loading into an empty space: LmLoad for each saved (number, bytes[, sum]) pair, in any order,
+  // then LmLoadSeal with the live count and LmSpaceSum saved with them. LmLoad answers 0 or a
+  // code; a refused pair, a sum that does not match, or a seal that does not match is recorded
+  // as a load fault, which LmValid reports (invariant 8) and LmRepair cannot clear. The loaded
+  // content counts as handed over.
+  int32_t LmLoad(int32_t n, const void* bytes, int32_t size);
+  int32_t LmLoad(int32_t n, const void* bytes, int32_t size, uint64_t sum);
+  int32_t LmLoadSeal(int32_t liveCount, uint64_t spaceSum);
+  const std::vector<std::string>& LmLoadFaults() const { return loadFaults_; }
+
+ private:
+  struct Slot {
+    uint8_t* at;    // nullptr when free
+    int32_t size;   // bytes; 0 when free
+    uint32_t mark;  // == epoch_ when marked
+  };
+  struct Chunk;
+  struct FreeBlock;
+
+  int32_t Reach(int32_t n) const;  // kLmBadNumber / kLmNotLive / 0
+  int32_t TakeNumber();
+  int32_t Grow(int32_t n);
+  uint8_t* Store(int32_t size);
+  void Release(uint8_t* at, int32_t size);
+  void Free(int32_t n);
+  void TrimTable();
+  void RebuildFreeNumbers();
+  void Scrub(uint8_t* at, int32_t size) const;
+  bool InChunk(const uint8_t* at, int32_t bytes) const;
+
+  std::vector<Slot> slots_;
+  std::vector<int32_t> freeNumbers_;  // min-heap; may hold stale entries, checked when taken
+  uint32_t epoch_ = 1;
+  int32_t live_ = 0;
+  int64_t liveBytes_ = 0;
+  int32_t tableStep_;
+  int32_t flags_;
+  int32_t lockDepth_ = 0;
+
+  std::vector<Chunk*> chunks_;          // ascending address order is not kept
+  uint8_t* bump_ = nullptr;             // next free byte of the newest chunk
+  uint8_t* bumpEnd_ = nullptr;          // end of the newest chunk
+  std::vector<FreeBlock*> freeBlocks_;  // per size class (bytes / 8)
+  int64_t largeBytes_ = 0;
+
+  std::vector<uint64_t> handed_;   // per number: sum at the last hand-over, 0 = not handed over
+  std::vector<uint64_t> pending_;  // sums computed by the last LmChanges
+  bool loading_ = false;
+  std::vector<std::string> loadFaults_;
+};
+
+// --- Inline hot paths --------------------------------------------------------------------------
+
+inline int32_t ElementSpace::Reach(int32_t n) const {
+  if (n <= 0 || n >= int32_t(slots_.size()))
+    return n > 0 && n <= kLmMaxNumber ? kLmNotLive : kLmBadNumber;
+  return slots_[size_t(n)].at ? 0 : kLmNotLive;
+}
+
+inline uint8_t* ElementSpace::LmGet(int32_t n) const {
+  return Reach(n) == 0 ? slots_[size_t(n)].at : nullptr;
+}
+
+inline int32_t ElementSpace::LmSize(int32_t n) const {
+  int32_t r = Reach(n);
+  return r == 0 ? slots_[size_t(n)].size : r;
+}
+
+inline int32_t ElementSpace::LmTest(int32_t n) const { return Reach(n); }
+
+inline int32_t ElementSpace::LmMark(int32_t n) {
+  int32_t r = Reach(n);
+  if (r != 0) return r;
+  Slot& s = slots_[size_t(n)];
+  if (s.mark == epoch_) return 0;
+  s.mark = epoch_;
+  return 1;
+}
+
+inline int32_t ElementSpace::LmMarked(int32_t n) const {
+  int32_t r = Reach(n);
+  return r != 0 ? r : slots_[size_t(n)].mark == epoch_ ? 1 : 0;
+}
+
+inline void ElementSpace::LmPrefetch(int32_t n, bool bytes) const {
+  if (n <= 0 || n >= int32_t(slots_.size())) return;
+  const Slot* s = &slots_[size_t(n)];
+  if (bytes) {
+    if (s->at) __builtin_prefetch(s->at);
+  } else {
+    __builtin_prefetch(s);
+  }
+}
+
+}  // namespace fundra

@@ -13,7 +13,10 @@
 // object also answers 0, so "send to the controller, if any" needs no test at the call site.
 #pragma once
 
+#include <emmintrin.h>
+
 #include <atomic>
+#include <utility>
 
 #include "platform/zelkor/object.h"
 
@@ -53,10 +56,23 @@ inline Word dispatch(Object* self, const Msg& m) {
   return h ? h(self, m) : c->fallback(self, m);
 }
 
+// The unused words are cleared with six 16-byte stores: a plain aggregate initialisation lets the
+// compiler clear the message with a string instruction whose start-up costs more than the whole
+// send, and word-by-word clearing costs a store per word.
+template <size_t... I, class... A>
+Msg makeMsgWords(std::index_sequence<I...>, FourCC sel, A... args) {
+  Msg m;
+  m.sel = sel;
+  const __m128i zero = _mm_setzero_si128();
+  for (int k = 0; k < kMaxWords / 2; ++k) _mm_storeu_si128(reinterpret_cast<__m128i*>(m.w) + k, zero);
+  ((m.w[I] = toWord(args)), ...);
+  return m;
+}
+
 template <class... A>
 Msg makeMsg(FourCC sel, A... args) {
   static_assert(sizeof...(A) <= kMaxWords, "a message carries at most twelve words");
-  return Msg{sel, {toWord(args)...}};
+  return makeMsgWords(std::make_index_sequence<sizeof...(A)>(), sel, args...);
 }
 
 // Defines (or redefines) the handler of a selector on a class and on every subclass that

@@ -28,9 +28,9 @@ struct Object;
 constexpr int kMaxWords = 12;
 
 // One message: the selector and up to twelve words. Words a sender leaves out read 0.
-struct Msg {
-  FourCC sel;
+struct alignas(16) Msg {
   Word w[kMaxWords];
+  FourCC sel;
 };
 
 // A handler answers one word; it receives the object and the message.

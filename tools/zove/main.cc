@@ -1,2 +1,48 @@
+// zove: the host around the module. It loads the module library, boots the framework, and runs
+// one subcommand.
 #include <cstdio>
-int main() { std::puts("zove"); return 0; }
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/zelkor/zelkor.h"
+#include "tools/zove/commands.h"
+
+namespace {
+
+std::string modulePath() {
+  if (const char* env = std::getenv("ZOVE_MODULE")) return env;
+  return std::string(ZOVE_MODULE_DIR) + "/libzove.so";
+}
+
+void usage(FILE* out) {
+  std::fprintf(out, "usage: zove COMMAND [ARGS...]\n\ncommands:\n");
+  for (const zove::cli::Command& c : zove::cli::commands())
+    std::fprintf(out, "  %-8s %s\n", c.name, c.summary);
+  std::fprintf(out, "\n'zove COMMAND --help' tells more about one command.\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
+    usage(argc < 2 ? stderr : stdout);
+    return argc < 2 ? 2 : 0;
+  }
+  const zove::cli::Command* cmd = zove::cli::findCommand(argv[1]);
+  if (!cmd) {
+    std::fprintf(stderr, "zove: unknown command '%s'\n", argv[1]);
+    usage(stderr);
+    return 2;
+  }
+  if (argc > 2 && (!std::strcmp(argv[2], "--help") || !std::strcmp(argv[2], "-h"))) {
+    std::printf("usage: zove %s\n\n%s\n", cmd->usage, cmd->help);
+    return 0;
+  }
+  if (int rc = zelkor::ZelkorLoadModule(modulePath())) {
+    std::fprintf(stderr, "zove: can't load the module %s (%d)\n", modulePath().c_str(), rc);
+    return 1;
+  }
+  zelkor::ZelkorBoot();
+  return cmd->run(argc - 2, argv + 2);
+}

@@ -49,18 +49,18 @@ constexpr int kVhdLogLevel = 515;
 
 // Codes of the base, its record file and the store file. All below 0.
 enum : int32_t {
-  kVhdNoValue = -1110,      // the object holds no element space and has no file to load it from
-  kVhdNotVhd = -1111,       // the object is not a value handle (not derived from `@vhd`)
-  kVhdBound = -1112,        // the object is bound to a file already
-  kVhdNoFile = -1113,       // no such file (open), or the file exists already (create)
-  kVhdBusy = -1114,         // another writer, in this process or another, has the file open
-  kVhdReadOnly = -1115,     // the file was opened read-only: nothing may be written
-  kVhdNotStoreFile = -1116, // the file is not a store file, or of a format this code cannot read
-  kVhdDamaged = -1117,      // the file is damaged: a checksum, a count or the database disagrees
-  kVhdIoError = -1118,      // reading or writing the file failed (the disk, a full disk, a lock)
-  kVhdNoRecord = -1119,     // the record file has no record of that type and id
-  kVhdNotAttached = -1120,  // the memory handle is not attached to a record of this file
-  kVhdBadArgument = -1121,  // a null handle or pointer, a negative size
+  kVhdNoValue = -1110,       // the object holds no element space and has no file to load it from
+  kVhdNotVhd = -1111,        // the object is not a value handle (not derived from `@vhd`)
+  kVhdBound = -1112,         // the object is bound to a file already
+  kVhdNoFile = -1113,        // no such file (open), or the file exists already (create)
+  kVhdBusy = -1114,          // another writer, in this process or another, has the file open
+  kVhdReadOnly = -1115,      // the file was opened read-only: nothing may be written
+  kVhdNotStoreFile = -1116,  // the file is not a store file, or of a format this code cannot read
+  kVhdDamaged = -1117,       // the file is damaged: a checksum, a count or the database disagrees
+  kVhdIoError = -1118,       // reading or writing the file failed (the disk, a full disk, a lock)
+  kVhdNoRecord = -1119,      // the record file has no record of that type and id
+  kVhdNotAttached = -1120,   // the memory handle is not attached to a record of this file
+  kVhdBadArgument = -1121,   // a null handle or pointer, a negative size
 };
 
 // A readable name for a code (for logs and the shell).

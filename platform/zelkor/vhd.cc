@@ -1,0 +1,158 @@
+// The value-handle base `@vhd`: its instance data, its handlers and the handle registry.
+#include "platform/zelkor/vhd.h"
+
+#include <algorithm>
+#include <new>
+
+#include "platform/fundra/space.h"
+#include "platform/zelkor/boot.h"
+#include "platform/zelkor/classes.h"
+#include "platform/zelkor/dispatch.h"
+#include "platform/zelkor/log.h"
+
+namespace zelkor {
+
+namespace {
+
+// Instance data of `@vhd`. Zero-filled at New; every field is valid in that state (an unbound
+// handle without a value).
+struct VhdData {
+  fundra::ElementSpace* space;  // owned; freed by Dspo or by HNew adopting another
+  int32_t changed;              // HSCh flag: 1 while the value differs from the file
+  int32_t version;              // the version given to HNew (kept in a new file's header)
+  FourCC registered;            // the class signature given to HReg, 0 when unregistered
+};
+
+std::vector<RegisteredHandle>& registry() {
+  static auto* r = new std::vector<RegisteredHandle>;
+  return *r;
+}
+
+void unregister(Word object) {
+  auto& r = registry();
+  r.erase(std::remove_if(r.begin(), r.end(),
+                         [object](const RegisteredHandle& h) { return h.object == object; }),
+          r.end());
+}
+
+ClassRec* vhdClass() { return findClass(kVhdSig); }
+
+VhdData* dataOf(Object* self) { return instanceData<VhdData>(self, vhdClass()); }
+
+Word vhdNew(Object* self, const Msg& m) {
+  VhdData* d = dataOf(self);
+  auto* space = asPtr<fundra::ElementSpace>(m.w[0]);
+  if (!space) {
+    space = new (std::nothrow) fundra::ElementSpace(1024, 0);
+    if (!space) return fundra::kLmNoMemory;
+  }
+  if (d->space != space) delete d->space;
+  d->space = space;
+  d->version = i32(m.w[1]);
+  d->changed = 1;
+  return 0;
+}
+
+Word vhdGetHandle(Object* self, const Msg& m) {
+  VhdData* d = dataOf(self);
+  auto** out = asPtr<fundra::ElementSpace*>(m.w[0]);
+  if (!out) return kVhdBadArgument;
+  *out = d->space;
+  return 0;
+}
+
+Word vhdRegister(Object* self, const Msg& m) {
+  unregister(objWord(self));
+  registry().push_back({objWord(self), u32(m.w[0])});
+  dataOf(self)->registered = u32(m.w[0]);
+  return 0;
+}
+
+Word vhdUnregister(Object* self, const Msg&) {
+  unregister(objWord(self));
+  dataOf(self)->registered = 0;
+  return 0;
+}
+
+// Not bound to a file: no record file yet.
+Word vhdGetFile(Object*, const Msg&) { return 0; }
+
+Word vhdSetChanged(Object* self, const Msg& m) {
+  VhdData* d = dataOf(self);
+  int32_t old = d->changed;
+  d->changed = m.w[0] != 0;
+  return old;
+}
+
+// Nothing to save to while the handle has no file.
+Word vhdChange(Object*, const Msg&) { return 0; }
+
+Word vhdTest(Object* self, const Msg&) {
+  VhdData* d = dataOf(self);
+  if (!d->space) return kVhdNoValue;
+  if (int32_t r = d->space->LmValid()) return r;
+  return 0;
+}
+
+Word vhdDispose(Object* self, const Msg& m) {
+  VhdData* d = dataOf(self);
+  delete d->space;
+  d->space = nullptr;
+  unregister(objWord(self));
+  return passMsg(vhdClass(), self, m);
+}
+
+void vhdBuild(ClassRec* c) {
+  Defn(c, kHNew, vhdNew);
+  Defn(c, kHGtH, vhdGetHandle);
+  Defn(c, kHReg, vhdRegister);
+  Defn(c, kHUrg, vhdUnregister);
+  Defn(c, kHGtF, vhdGetFile);
+  Defn(c, kHSCh, vhdSetChanged);
+  Defn(c, kHChg, vhdChange);
+  Defn(c, kHTsv, vhdTest);
+  Defn(c, fc("Dspo"), vhdDispose);
+}
+
+int gVhdClass = MakeFrameworkClass(kVhdSig, kRootSig, sizeof(VhdData), vhdBuild);
+
+}  // namespace
+
+std::vector<RegisteredHandle> registeredHandles() { return registry(); }
+
+const char* vhdCodeText(int32_t code) {
+  switch (code) {
+    case 0:
+      return "done";
+    case fundra::kLmNoMemory:
+      return "no memory for the element space";
+    case kVhdNoValue:
+      return "the handle holds no value and has no file";
+    case kVhdNotVhd:
+      return "not a value handle";
+    case kVhdBound:
+      return "already bound to a file";
+    case kVhdNoFile:
+      return "no such file, or the file exists already";
+    case kVhdBusy:
+      return "another writer has the file open";
+    case kVhdReadOnly:
+      return "the file is open read-only";
+    case kVhdNotStoreFile:
+      return "not a store file";
+    case kVhdDamaged:
+      return "the file is damaged";
+    case kVhdIoError:
+      return "reading or writing the file failed";
+    case kVhdNoRecord:
+      return "no such record";
+    case kVhdNotAttached:
+      return "the handle is not attached to a record";
+    case kVhdBadArgument:
+      return "bad argument";
+    default:
+      return "unknown code";
+  }
+}
+
+}  // namespace zelkor

@@ -1,0 +1,7 @@
+# The value-handle base `@vhd` and its store file (an SQLite database holding the element space
+# and the record file's records).
+zove_area(zelkor_vhd
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/vhd.cc
+  DEPS zelkor fundra_core
+  LIBS PkgConfig::SQLITE3)

@@ -1,6 +1,5 @@
 #include "platform/fundra/debug.h"
 
-
 #include <utility>
 
 #include "platform/zelkor/log.h"

@@ -29,8 +29,9 @@ void ZeroFill(void* at, int32_t bytes);
 
 // Answers below 0, 0 or above 0 as a sorts before, with or after b.
 using SortCompare = int32_t (*)(void* context, const void* a, const void* b);
-// Sorts count records of width bytes in place, stably, calling compare (context, a, b). The
-// addresses compare receives may point into a scratch copy, not into base.
+// Sorts count records of width bytes in place, stably, calling compare (context, a, b). Compare
+// always receives addresses inside base, whose records stay where they are until the order is
+// decided; only then are they rearranged.
 void Sort(void* base, int32_t count, int32_t width, void* context, SortCompare compare);
 
 class TMemory {

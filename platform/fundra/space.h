@@ -6,12 +6,12 @@
 //
 // Layout (see docs/foundation.md):
 //   number table  one 16-byte Slot per number 0..LmCount (slot 0 unused): address, size, mark.
-//   arenas        elements up to kLmSmallMax bytes live in 256 KiB chunks, each element in a
-//                 block of its size rounded up to 8; freed blocks go to a free list per size.
-//   large blocks  bigger elements get one heap block each.
+//   arenas        elements up to kLmSmallMax bytes live in chunks (4 KiB growing to 1 MiB), each
+//                 in a block of its size rounded up to 8; freed blocks go to a free list per size.
+//   large blocks  bigger elements get one heap block each (a 16-byte prefix holds its capacity).
 //   zero size     a live element of 0 bytes points at a shared empty block.
-// LmCompress copies every small element, in number order, into fresh chunks and frees the old
-// ones, so after it the arenas hold exactly the live bytes (rounded to 8) in number order.
+// LmCompress copies every small element, in number order, into one fresh chunk of exactly their
+// bytes (each rounded to 8) and frees the old chunks; it also trims large blocks to their size.
 //
 // Moves and the lock. An address from LmGet stays valid until the element moves. What moves:
 // growing an element past its block (LmSetAssert), LmSwap (the two addresses change owners) and
@@ -23,15 +23,16 @@
 // Invariants (LmCheck lists every violation):
 //   1. Slot 0 is never live; LmCount is the highest live number (0 when empty), and the table
 //      has no slot above it.
-//   2. A free slot has no address, size 0 and no mark.
-//   3. A live slot's address is the empty block when its size is 0, lies wholly inside one chunk
-//      at an 8-aligned offset when its size is at most kLmSmallMax, and is a large block of
-//      exactly its size otherwise.
+//   2. A free slot has no address, size 0, no mark and no large-block flag.
+//   3. A live slot of size 0 points at the empty block. A live small slot (no large-block flag)
+//      has a size of at most kLmSmallMax and lies wholly inside one chunk at an 8-aligned
+//      offset. A live large slot's block holds at least its size.
 //   4. No two live elements share a byte, and no free-list block shares a byte with a live one.
 //   5. Every free number not above LmCount is on the free-number list.
-//   6. Every free-list block lies inside a chunk and is listed under its own size class.
+//   6. Every free-list block lies inside a chunk at an 8-aligned offset.
 //   7. The lock depth is not negative.
-//   8. No fault was recorded while loading (see the hand-over section).
+//   8. The live count and live bytes agree with the table.
+//   9. No fault was recorded while loading (see the hand-over section).
 #pragma once
 
 #include <cstddef>
@@ -169,21 +170,32 @@ class ElementSpace {
   struct Slot {
     uint8_t* at;    // nullptr when free
     int32_t size;   // bytes; 0 when free
-    uint32_t mark;  // == epoch_ when marked
+    uint32_t mark;  // kLargeBit: the element has a block of its own; low bits == epoch_: marked
   };
-  struct Chunk;
-  struct FreeBlock;
+  struct Chunk {
+    uint8_t* base;
+    size_t bytes;
+  };
+  struct FreeBlock {
+    FreeBlock* next;
+  };
+  static constexpr uint32_t kLargeBit = 0x80000000u;
+  static constexpr uint32_t kEpochMask = 0x7fffffffu;
+  static uint8_t emptyBlock_[16];  // the address of every element of 0 bytes
 
-  int32_t Reach(int32_t n) const;  // kLmBadNumber / kLmNotLive / 0
+  int32_t Reach(int32_t n) const;  // 0, kLmBadNumber or kLmNotLive
   int32_t TakeNumber();
   int32_t Grow(int32_t n);
-  uint8_t* Store(int32_t size);
-  void Release(uint8_t* at, int32_t size);
+  uint8_t* StoreSmall(int32_t size);
+  uint8_t* Store(int32_t size, uint32_t* largeBit);
+  void Release(uint8_t* at, int32_t size, uint32_t largeBit);
+  void ReleaseTail(uint8_t* at, size_t bytes);
   void Free(int32_t n);
   void TrimTable();
   void RebuildFreeNumbers();
-  void Scrub(uint8_t* at, int32_t size) const;
-  bool InChunk(const uint8_t* at, int32_t bytes) const;
+  int32_t Refuse(int line) const;
+  int64_t LargeCap(const uint8_t* at) const;
+  void CheckStorage(std::vector<std::string>* out) const;
 
   std::vector<Slot> slots_;
   std::vector<int32_t> freeNumbers_;  // min-heap; may hold stale entries, checked when taken
@@ -194,15 +206,16 @@ class ElementSpace {
   int32_t flags_;
   int32_t lockDepth_ = 0;
 
-  std::vector<Chunk*> chunks_;          // ascending address order is not kept
-  uint8_t* bump_ = nullptr;             // next free byte of the newest chunk
-  uint8_t* bumpEnd_ = nullptr;          // end of the newest chunk
-  std::vector<FreeBlock*> freeBlocks_;  // per size class (bytes / 8)
+  std::vector<Chunk> chunks_;  // the last one is the one bump_ allocates from
+  uint8_t* bump_ = nullptr;
+  uint8_t* bumpEnd_ = nullptr;
+  int64_t chunkBytes_ = 0;
+  std::vector<FreeBlock*> freeBlocks_;  // per size class: block bytes / 8
   int64_t largeBytes_ = 0;
 
   std::vector<uint64_t> handed_;   // per number: sum at the last hand-over, 0 = not handed over
   std::vector<uint64_t> pending_;  // sums computed by the last LmChanges
-  bool loading_ = false;
+  bool pendingValid_ = false;
   std::vector<std::string> loadFaults_;
 };
 
@@ -229,14 +242,14 @@ inline int32_t ElementSpace::LmMark(int32_t n) {
   int32_t r = Reach(n);
   if (r != 0) return r;
   Slot& s = slots_[size_t(n)];
-  if (s.mark == epoch_) return 0;
-  s.mark = epoch_;
+  if ((s.mark & kEpochMask) == epoch_) return 0;
+  s.mark = (s.mark & kLargeBit) | epoch_;
   return 1;
 }
 
 inline int32_t ElementSpace::LmMarked(int32_t n) const {
   int32_t r = Reach(n);
-  return r != 0 ? r : slots_[size_t(n)].mark == epoch_ ? 1 : 0;
+  return r != 0 ? r : (slots_[size_t(n)].mark & kEpochMask) == epoch_ ? 1 : 0;
 }
 
 inline void ElementSpace::LmPrefetch(int32_t n, bool bytes) const {

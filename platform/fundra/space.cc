@@ -1,0 +1,246 @@
+// Element space: numbers, element operations, marks and the lock. Storage lives in
+// space_heap.cc, soundness in space_check.cc, the hand-over in space_handover.cc.
+#include "platform/fundra/space.h"
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <new>
+
+#include "platform/fundra/debug.h"
+
+namespace fundra {
+
+ElementSpace::ElementSpace(int32_t tableStep, int32_t flags)
+    : slots_(1, Slot{nullptr, 0, 0}), tableStep_(std::max(tableStep, 1)), flags_(flags) {
+  freeBlocks_.assign(kLmSmallMax / 8 + 1, nullptr);
+}
+
+int32_t ElementSpace::LmSetParms(int32_t tableStep, int32_t flags) {
+  tableStep_ = std::max(tableStep, 1);
+  flags_ = flags;
+  return 0;
+}
+
+// A refusal is a caller's programming error (it holds addresses across a move): report it once
+// here and answer the code.
+int32_t ElementSpace::Refuse(int line) const {
+  Debug("fundra/space", line);
+  return kLmLocked;
+}
+
+// Makes slot n exist; slots added below n are free and go on the free-number list.
+int32_t ElementSpace::Grow(int32_t n) {
+  size_t old = slots_.size();
+  if (size_t(n) < old) return 0;
+  try {
+    if (size_t(n) >= slots_.capacity()) {
+      size_t want = std::min<size_t>(size_t(n) + size_t(tableStep_), size_t(kLmMaxNumber) + 1);
+      slots_.reserve(std::max(want, slots_.capacity() + slots_.capacity() / 2));
+    }
+    slots_.resize(size_t(n) + 1, Slot{nullptr, 0, 0});
+    for (size_t i = old; i < size_t(n); ++i) {
+      freeNumbers_.push_back(int32_t(i));
+      std::push_heap(freeNumbers_.begin(), freeNumbers_.end(), std::greater<int32_t>());
+    }
+  } catch (const std::bad_alloc&) {
+    slots_.resize(old);
+    return kLmNoMemory;
+  }
+  return 0;
+}
+
+int32_t ElementSpace::TakeNumber() {
+  while (!freeNumbers_.empty()) {
+    std::pop_heap(freeNumbers_.begin(), freeNumbers_.end(), std::greater<int32_t>());
+    int32_t n = freeNumbers_.back();
+    freeNumbers_.pop_back();
+    if (size_t(n) < slots_.size() && !slots_[size_t(n)].at) return n;
+  }
+  int32_t n = int32_t(slots_.size());
+  if (n > kLmMaxNumber) return kLmNoMemory;
+  int32_t r = Grow(n);
+  return r < 0 ? r : n;
+}
+
+// Drops free slots at the top so that the last slot is live. Their entries in the free-number
+// list go stale and are skipped when taken.
+void ElementSpace::TrimTable() {
+  size_t end = slots_.size();
+  while (end > 1 && !slots_[end - 1].at) --end;
+  slots_.resize(end);
+  size_t freeSlots = slots_.size() - 1 - size_t(live_);
+  if (freeNumbers_.size() > 2 * freeSlots + 1024) RebuildFreeNumbers();
+}
+
+void ElementSpace::RebuildFreeNumbers() {
+  freeNumbers_.clear();
+  // Ascending order is already a valid min-heap.
+  for (size_t n = 1; n < slots_.size(); ++n)
+    if (!slots_[n].at) freeNumbers_.push_back(int32_t(n));
+}
+
+void ElementSpace::Free(int32_t n) {
+  Slot& s = slots_[size_t(n)];
+  Release(s.at, s.size, s.mark & kLargeBit);
+  --live_;
+  liveBytes_ -= s.size;
+  s = Slot{nullptr, 0, 0};
+  freeNumbers_.push_back(n);
+  std::push_heap(freeNumbers_.begin(), freeNumbers_.end(), std::greater<int32_t>());
+}
+
+int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
+  if (n <= 0 || n > kLmMaxNumber) return kLmBadNumber;
+  if (size < 0 || size > kLmMaxSize) return kLmBadSize;
+  if (size_t(n) >= slots_.size() || !slots_[size_t(n)].at) {
+    uint32_t large = 0;
+    uint8_t* at = Store(size, &large);
+    if (!at) return kLmNoMemory;
+    int32_t r = Grow(n);
+    if (r < 0) {
+      Release(at, size, large);
+      return r;
+    }
+    std::memset(at, 0, size_t(size));
+    slots_[size_t(n)] = Slot{at, size, large};
+    ++live_;
+    liveBytes_ += size;
+    return 0;
+  }
+  Slot& s = slots_[size_t(n)];
+  int32_t old = s.size;
+  if (size == old) return 0;
+  uint32_t large = s.mark & kLargeBit;
+  int64_t room = large ? LargeCap(s.at) : (int64_t(old) + 7) & ~int64_t(7);
+  if (size == 0) {
+    // Zero bytes need no block; dropping it moves nothing anyone can read.
+    Release(s.at, old, large);
+    s.at = Store(0, &large);
+    s.mark &= kEpochMask;
+  } else if (size <= room && (large || old > 0)) {
+    // The block already holds the new size: no move. A small block gives back its cut tail.
+    if (size > old) {
+      std::memset(s.at + old, 0, size_t(size - old));
+    } else {
+      if (flags_ & kLmScrub) std::memset(s.at + size, 0xDB, size_t(old - size));
+      size_t keep = (size_t(size) + 7) & ~size_t(7);
+      if (!large) ReleaseTail(s.at + keep, size_t(room) - keep);
+    }
+  } else {
+    // An element of 0 bytes has nothing anyone could hold, so it may grow while locked.
+    if (lockDepth_ > 0 && old > 0) return Refuse(__LINE__);
+    uint32_t newLarge = 0;
+    uint8_t* at = Store(size, &newLarge);
+    if (!at) return kLmNoMemory;
+    std::memcpy(at, s.at, size_t(std::min(old, size)));
+    if (size > old) std::memset(at + old, 0, size_t(size - old));
+    Release(s.at, old, large);
+    s.at = at;
+    s.mark = (s.mark & kEpochMask) | newLarge;
+  }
+  s.size = size;
+  liveBytes_ += int64_t(size) - old;
+  return 0;
+}
+
+int32_t ElementSpace::LmAddAssert(int32_t size, const void* source) {
+  if (size < 0 || size > kLmMaxSize) return kLmBadSize;
+  uint32_t large = 0;
+  uint8_t* at = Store(size, &large);
+  if (!at) return kLmNoMemory;
+  // Storing never moves other elements, so a source inside the space is still where it was.
+  if (source)
+    std::memcpy(at, source, size_t(size));
+  else
+    std::memset(at, 0, size_t(size));
+  int32_t n = TakeNumber();
+  if (n < 0) {
+    Release(at, size, large);
+    return n;
+  }
+  slots_[size_t(n)] = Slot{at, size, large};
+  ++live_;
+  liveBytes_ += size;
+  return n;
+}
+
+int32_t ElementSpace::LmDupeAssert(int32_t n) {
+  int32_t r = Reach(n);
+  if (r != 0) return r;
+  return LmAddAssert(slots_[size_t(n)].size, slots_[size_t(n)].at);
+}
+
+int32_t ElementSpace::LmRemove(int32_t n) {
+  int32_t r = Reach(n);
+  if (r != 0) return r;
+  Free(n);
+  TrimTable();
+  return 0;
+}
+
+int32_t ElementSpace::LmSwap(int32_t a, int32_t b) {
+  int32_t r = Reach(a);
+  if (r == 0) r = Reach(b);
+  if (r != 0) return r;
+  if (a == b) return 0;
+  if (lockDepth_ > 0) return Refuse(__LINE__);
+  // Marks stay with the numbers; the storage and its kind go with the contents.
+  Slot& x = slots_[size_t(a)];
+  Slot& y = slots_[size_t(b)];
+  std::swap(x.at, y.at);
+  std::swap(x.size, y.size);
+  uint32_t xl = x.mark & kLargeBit, yl = y.mark & kLargeBit;
+  x.mark = (x.mark & kEpochMask) | yl;
+  y.mark = (y.mark & kEpochMask) | xl;
+  return 0;
+}
+
+int32_t ElementSpace::LmNext(int32_t after) const {
+  for (size_t n = size_t(std::max(after, 0)) + 1; n < slots_.size(); ++n)
+    if (slots_[n].at) return int32_t(n);
+  return 0;
+}
+
+int32_t ElementSpace::LmUnmark() {
+  if (++epoch_ > kEpochMask) {
+    // The epoch wrapped: clear every mark for real, once in two billion calls.
+    for (Slot& s : slots_) s.mark &= kLargeBit;
+    epoch_ = 1;
+  }
+  return 0;
+}
+
+int32_t ElementSpace::LmCollect() {
+  int32_t freed = 0;
+  for (size_t n = 1; n < slots_.size(); ++n) {
+    Slot& s = slots_[n];
+    if (!s.at || (s.mark & kEpochMask) == epoch_) continue;
+    Release(s.at, s.size, s.mark & kLargeBit);
+    --live_;
+    liveBytes_ -= s.size;
+    s = Slot{nullptr, 0, 0};
+    ++freed;
+  }
+  if (freed > 0) {
+    TrimTable();
+    RebuildFreeNumbers();
+  }
+  return freed;
+}
+
+int32_t ElementSpace::LmLock() {
+  ++lockDepth_;
+  return 0;
+}
+
+int32_t ElementSpace::LmUnlock() {
+  if (lockDepth_ <= 0) {
+    Debug("fundra/space", __LINE__);
+    return kLmNotLocked;
+  }
+  --lockDepth_;
+  return 0;
+}
+
+}  // namespace fundra

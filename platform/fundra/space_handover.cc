@@ -1,0 +1,150 @@
+// Element space hand-over: what changed since the persistence layer last took the content, and
+// rebuilding a space from what it kept.
+//
+// Changes are found by content, not by tracking writes: callers write through LmGet addresses,
+// which the space never sees. A 64-bit sum of each element's bytes is kept per number at each
+// hand-over; the next LmChanges sums the live elements again and compares.
+#include <algorithm>
+#include <cstring>
+
+#include "platform/fundra/space.h"
+
+namespace fundra {
+
+namespace {
+
+constexpr uint64_t kK1 = 0x9E3779B97F4A7C15ull;
+constexpr uint64_t kK2 = 0xC2B2AE3D27D4EB4Full;
+
+uint64_t Mix(uint64_t h) {
+  h ^= h >> 33;
+  h *= 0xFF51AFD7ED558CCDull;
+  h ^= h >> 33;
+  h *= 0xC4CEB9FE1A85EC53ull;
+  return h ^ (h >> 33);
+}
+
+// What a number keeps at a hand-over: the sum, never 0 (0 means "not handed over").
+uint64_t Kept(uint64_t sum) { return sum ? sum : 1; }
+
+}  // namespace
+
+uint64_t ElementSpace::LmSum(const void* bytes, int32_t size) {
+  const uint8_t* p = static_cast<const uint8_t*>(bytes);
+  uint64_t h = kK1 ^ (uint64_t(uint32_t(size)) * kK2);
+  size_t n = size > 0 ? size_t(size) : 0;
+  size_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    uint64_t w;
+    std::memcpy(&w, p + i, 8);
+    h = (h ^ (w * kK2)) * kK1;
+    h ^= h >> 29;
+  }
+  uint64_t tail = 0;
+  if (i < n) std::memcpy(&tail, p + i, n - i);
+  h = (h ^ (tail * kK2)) * kK1;
+  return Mix(h);
+}
+
+uint64_t ElementSpace::LmSumOf(int32_t n) const {
+  if (Reach(n) != 0) return 0;
+  return LmSum(slots_[size_t(n)].at, slots_[size_t(n)].size);
+}
+
+uint64_t ElementSpace::LmSpaceSum() const {
+  uint64_t total = 0;
+  for (size_t n = 1; n < slots_.size(); ++n)
+    if (slots_[n].at) total += Mix(uint64_t(n) * kK1 ^ LmSum(slots_[n].at, slots_[n].size));
+  return total;
+}
+
+LmDelta ElementSpace::LmChanges() {
+  LmDelta d;
+  size_t end = std::max(handed_.size(), slots_.size());
+  pending_.assign(end, 0);
+  for (size_t n = 1; n < end; ++n) {
+    uint64_t was = n < handed_.size() ? handed_[n] : 0;
+    bool live = n < slots_.size() && slots_[n].at;
+    if (!live) {
+      if (was) d.removed.push_back(int32_t(n));
+      continue;
+    }
+    uint64_t now = Kept(LmSum(slots_[n].at, slots_[n].size));
+    pending_[n] = now;
+    if (!was)
+      d.added.push_back(int32_t(n));
+    else if (was != now)
+      d.changed.push_back(int32_t(n));
+  }
+  pendingValid_ = true;
+  return d;
+}
+
+void ElementSpace::LmHandedOver() {
+  if (!pendingValid_) {
+    pending_.assign(slots_.size(), 0);
+    for (size_t n = 1; n < slots_.size(); ++n)
+      if (slots_[n].at) pending_[n] = Kept(LmSum(slots_[n].at, slots_[n].size));
+  }
+  handed_.swap(pending_);
+  // Numbers above the table were handed over as removed: nothing to remember for them.
+  while (handed_.size() > slots_.size()) handed_.pop_back();
+  pending_.clear();
+  pending_.shrink_to_fit();
+  pendingValid_ = false;
+}
+
+int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size) {
+  std::string where = "load of element " + std::to_string(n) + ": ";
+  if (n <= 0 || n > kLmMaxNumber) {
+    loadFaults_.push_back(where + "no such number");
+    return kLmBadNumber;
+  }
+  if (size < 0 || size > kLmMaxSize || (size > 0 && !bytes)) {
+    loadFaults_.push_back(where + "bad size " + std::to_string(size));
+    return kLmBadSize;
+  }
+  if (size_t(n) < slots_.size() && slots_[size_t(n)].at) {
+    loadFaults_.push_back(where + "loaded twice");
+    return kLmTaken;
+  }
+  int32_t r = LmSetAssert(n, size);
+  if (r < 0) {
+    loadFaults_.push_back(where + "no room");
+    return r;
+  }
+  if (size > 0) std::memcpy(slots_[size_t(n)].at, bytes, size_t(size));
+  pendingValid_ = false;
+  try {
+    if (handed_.size() <= size_t(n)) handed_.resize(size_t(n) + 1, 0);
+    handed_[size_t(n)] = Kept(LmSum(bytes, size));
+  } catch (const std::bad_alloc&) {
+    // Without its sum the element will simply be handed over again as added.
+  }
+  return 0;
+}
+
+int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size, uint64_t sum) {
+  int32_t r = LmLoad(n, bytes, size);
+  if (r == 0 && LmSum(bytes, size) != sum) {
+    loadFaults_.push_back("load of element " + std::to_string(n) + ": bytes differ from their sum");
+    return kLmDamaged;
+  }
+  return r;
+}
+
+int32_t ElementSpace::LmLoadSeal(int32_t liveCount, uint64_t spaceSum) {
+  int32_t r = 0;
+  if (liveCount != live_) {
+    loadFaults_.push_back("load: " + std::to_string(live_) + " elements arrived, " +
+                          std::to_string(liveCount) + " were saved");
+    r = kLmDamaged;
+  }
+  if (spaceSum != LmSpaceSum()) {
+    loadFaults_.push_back("load: the content differs from the saved space sum");
+    r = kLmDamaged;
+  }
+  return r;
+}
+
+}  // namespace fundra

@@ -1,0 +1,167 @@
+// Element space storage: chunks with size-class free lists for small elements, a block of their
+// own for large ones, and the compressor.
+//
+// A large block is laid out as
+//   offset  width  field
+//   0       8      capacity: bytes the element may grow to without moving
+//   8       8      unused (keeps the element 16-aligned)
+//   16      cap    the element's bytes (the slot's address points here)
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "platform/fundra/space.h"
+
+namespace fundra {
+
+namespace {
+constexpr size_t kLargePrefix = 16;
+constexpr int64_t kFirstChunk = 4096;
+constexpr int64_t kMaxChunk = 1 << 20;
+
+size_t BlockBytes(int32_t size) { return (size_t(size) + 7) & ~size_t(7); }
+}  // namespace
+
+alignas(16) uint8_t ElementSpace::emptyBlock_[16];
+
+ElementSpace::~ElementSpace() {
+  for (const Slot& s : slots_)
+    if (s.at && (s.mark & kLargeBit)) std::free(s.at - kLargePrefix);
+  for (const Chunk& c : chunks_) std::free(c.base);
+}
+
+int64_t ElementSpace::LargeCap(const uint8_t* at) const {
+  int64_t cap;
+  std::memcpy(&cap, at - kLargePrefix, sizeof cap);
+  return cap;
+}
+
+void ElementSpace::ReleaseTail(uint8_t* at, size_t bytes) {
+  while (bytes >= 8) {
+    size_t b = std::min(bytes, size_t(kLmSmallMax));
+    FreeBlock* f = reinterpret_cast<FreeBlock*>(at);
+    f->next = freeBlocks_[b / 8];
+    freeBlocks_[b / 8] = f;
+    at += b;
+    bytes -= b;
+  }
+}
+
+uint8_t* ElementSpace::StoreSmall(int32_t size) {
+  size_t bytes = BlockBytes(size);
+  FreeBlock*& head = freeBlocks_[bytes / 8];
+  if (head) {
+    uint8_t* at = reinterpret_cast<uint8_t*>(head);
+    head = head->next;
+    return at;
+  }
+  if (size_t(bumpEnd_ - bump_) < bytes) {
+    // Chunks grow with the heap so that a small space stays small and a large one does not
+    // call malloc often; the old chunk's tail becomes free blocks.
+    int64_t want = std::clamp(chunkBytes_ / 4, kFirstChunk, kMaxChunk) & ~int64_t(7);
+    uint8_t* base = static_cast<uint8_t*>(std::malloc(size_t(want)));
+    if (!base) return nullptr;
+    try {
+      chunks_.push_back(Chunk{base, size_t(want)});
+    } catch (const std::bad_alloc&) {
+      std::free(base);
+      return nullptr;
+    }
+    if (bump_) ReleaseTail(bump_, size_t(bumpEnd_ - bump_));
+    chunkBytes_ += want;
+    bump_ = base;
+    bumpEnd_ = base + want;
+  }
+  uint8_t* at = bump_;
+  bump_ += bytes;
+  return at;
+}
+
+uint8_t* ElementSpace::Store(int32_t size, uint32_t* largeBit) {
+  *largeBit = 0;
+  if (size == 0) return emptyBlock_;
+  if (size <= kLmSmallMax) return StoreSmall(size);
+  uint8_t* block = static_cast<uint8_t*>(std::malloc(kLargePrefix + size_t(size)));
+  if (!block) return nullptr;
+  int64_t cap = size;
+  std::memcpy(block, &cap, sizeof cap);
+  largeBytes_ += int64_t(kLargePrefix) + cap;
+  *largeBit = kLargeBit;
+  return block + kLargePrefix;
+}
+
+void ElementSpace::Release(uint8_t* at, int32_t size, uint32_t largeBit) {
+  if (largeBit) {
+    largeBytes_ -= int64_t(kLargePrefix) + LargeCap(at);
+    std::free(at - kLargePrefix);
+    return;
+  }
+  if (size == 0) return;
+  size_t bytes = BlockBytes(size);
+  if (flags_ & kLmScrub) std::memset(at, 0xDB, bytes);
+  ReleaseTail(at, bytes);
+}
+
+int32_t ElementSpace::LmCompress() {
+  if (lockDepth_ > 0) return Refuse(__LINE__);
+  // Large blocks first: trim the ones that grew roomy, and count the ones that shrank into the
+  // small range with the small elements.
+  size_t total = 0;
+  for (Slot& s : slots_) {
+    if (!s.at || s.size == 0) continue;
+    if (!(s.mark & kLargeBit) || s.size <= kLmSmallMax) {
+      total += BlockBytes(s.size);
+    } else if (LargeCap(s.at) > s.size) {
+      int64_t old = LargeCap(s.at);
+      void* block = std::realloc(s.at - kLargePrefix, kLargePrefix + size_t(s.size));
+      if (!block) continue;  // still sound, only roomy
+      s.at = static_cast<uint8_t*>(block) + kLargePrefix;
+      int64_t cap = s.size;
+      std::memcpy(block, &cap, sizeof cap);
+      largeBytes_ -= old - cap;
+    }
+  }
+  uint8_t* base = nullptr;
+  if (total > 0) {
+    base = static_cast<uint8_t*>(std::malloc(total));
+    if (!base) return kLmNoMemory;
+    try {
+      chunks_.reserve(chunks_.size() + 1);
+    } catch (const std::bad_alloc&) {
+      std::free(base);
+      return kLmNoMemory;
+    }
+  }
+  // Number order: neighbours by number become neighbours in memory.
+  size_t off = 0;
+  for (Slot& s : slots_) {
+    if (!s.at || s.size == 0) continue;
+    bool large = s.mark & kLargeBit;
+    if (large && s.size > kLmSmallMax) continue;
+    std::memcpy(base + off, s.at, size_t(s.size));
+    if (large) Release(s.at, s.size, kLargeBit);
+    s.at = base + off;
+    s.mark &= kEpochMask;
+    off += BlockBytes(s.size);
+  }
+  for (const Chunk& c : chunks_) std::free(c.base);
+  chunks_.clear();
+  std::fill(freeBlocks_.begin(), freeBlocks_.end(), nullptr);
+  chunkBytes_ = int64_t(total);
+  bump_ = bumpEnd_ = nullptr;
+  if (base) {
+    chunks_.push_back(Chunk{base, total});
+    bump_ = bumpEnd_ = base + total;
+  }
+  return 0;
+}
+
+int64_t ElementSpace::LmHeapBytes() const { return chunkBytes_ + largeBytes_; }
+
+int64_t ElementSpace::LmTableBytes() const {
+  return int64_t(slots_.capacity() * sizeof(Slot) + freeNumbers_.capacity() * sizeof(int32_t) +
+                 (handed_.capacity() + pending_.capacity()) * sizeof(uint64_t));
+}
+
+}  // namespace fundra

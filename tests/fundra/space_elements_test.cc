@@ -1,0 +1,159 @@
+// Element space: numbering, sizes, swap, the lock, and answers for numbers that name nothing.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "platform/fundra/debug.h"
+#include "platform/fundra/space.h"
+
+namespace fundra {
+namespace {
+
+void Fill(ElementSpace& s, int32_t n, uint8_t byte) {
+  std::memset(s.LmGet(n), byte, size_t(s.LmSize(n)));
+}
+
+TEST(ElementSpace, NumbersStartAtOneAndFreedNumbersAreReusedLowestFirst) {
+  ElementSpace s(1024, 0);
+  EXPECT_EQ(s.LmCount(), 0);
+  for (int32_t want = 1; want <= 5; ++want) EXPECT_EQ(s.LmAddAssert(8), want);
+  EXPECT_EQ(s.LmRemove(4), 0);
+  EXPECT_EQ(s.LmRemove(2), 0);
+  EXPECT_EQ(s.LmCount(), 5);
+  EXPECT_EQ(s.LmAddAssert(8), 2);
+  EXPECT_EQ(s.LmAddAssert(8), 4);
+  EXPECT_EQ(s.LmAddAssert(8), 6);
+  // Removing the top numbers lowers the count; the next number follows the highest live one.
+  EXPECT_EQ(s.LmRemove(6), 0);
+  EXPECT_EQ(s.LmRemove(5), 0);
+  EXPECT_EQ(s.LmCount(), 4);
+  EXPECT_EQ(s.LmAddAssert(8), 5);
+  // Setting a number beyond the top creates it; the gap below is free and reused first.
+  EXPECT_EQ(s.LmSetAssert(9, 4), 0);
+  EXPECT_EQ(s.LmCount(), 9);
+  EXPECT_EQ(s.LmTest(7), kLmNotLive);
+  EXPECT_EQ(s.LmAddAssert(0), 6);
+  EXPECT_EQ(s.LmLiveCount(), 7);
+  EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+}
+
+TEST(ElementSpace, EveryOperationOnANumberThatNamesNothingAnswersACode) {
+  ElementSpace s(16, 0);
+  int32_t n = s.LmAddAssert(12);
+  ASSERT_EQ(s.LmRemove(n), 0);
+  for (int32_t bad : {0, -1, n, 77, kLmMaxNumber + 1, INT32_MIN}) {
+    SCOPED_TRACE(bad);
+    EXPECT_LT(s.LmTest(bad), 0);
+    EXPECT_LT(s.LmSize(bad), 0);
+    EXPECT_EQ(s.LmGet(bad), nullptr);
+    EXPECT_LT(s.LmMark(bad), 0);
+    EXPECT_LT(s.LmMarked(bad), 0);
+    EXPECT_LT(s.LmRemove(bad), 0);
+    EXPECT_LT(s.LmDupeAssert(bad), 0);
+    EXPECT_LT(s.LmSwap(bad, bad), 0);
+    EXPECT_EQ(s.LmSumOf(bad), 0u);
+    s.LmPrefetch(bad, true);
+  }
+  EXPECT_EQ(s.LmTest(0), kLmBadNumber);
+  EXPECT_EQ(s.LmTest(n), kLmNotLive);
+  EXPECT_EQ(s.LmSetAssert(0, 4), kLmBadNumber);
+  EXPECT_EQ(s.LmSetAssert(kLmMaxNumber + 1, 4), kLmBadNumber);
+  EXPECT_EQ(s.LmSetAssert(3, -1), kLmBadSize);
+  EXPECT_EQ(s.LmAddAssert(-5), kLmBadSize);
+  EXPECT_EQ(s.LmAddAssert(kLmMaxSize + 1), kLmBadSize);
+  EXPECT_EQ(s.LmLiveCount(), 0);
+  EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+}
+
+TEST(ElementSpace, ResizeKeepsBytesAndZeroFillsGrowthAcrossEveryKindOfBlock) {
+  ElementSpace s(1024, kLmScrub);
+  int32_t n = s.LmAddAssert(0);
+  ASSERT_NE(s.LmGet(n), nullptr);  // a live element of 0 bytes still has an address
+  // 0 -> small -> same block -> shrink -> large -> shrink into small range -> 0 -> small.
+  for (int32_t size : {5, 8, 3, 600, 4000, 100, 0, 40}) {
+    SCOPED_TRACE(size);
+    int32_t old = s.LmSize(n);
+    std::vector<uint8_t> before(s.LmGet(n), s.LmGet(n) + old);
+    ASSERT_EQ(s.LmSetAssert(n, size), 0);
+    ASSERT_EQ(s.LmSize(n), size);
+    const uint8_t* at = s.LmGet(n);
+    for (int32_t i = 0; i < size; ++i)
+      ASSERT_EQ(at[i], i < old ? before[size_t(i)] : 0) << "byte " << i;
+    Fill(s, n, uint8_t(0x40 + size % 64));
+    ASSERT_TRUE(s.LmCheck().empty()) << s.LmDump();
+  }
+  // Adding with a source inside the space copies it, and a duplicate is an independent copy.
+  int32_t a = s.LmAddAssert(40, s.LmGet(n));
+  int32_t d = s.LmDupeAssert(a);
+  EXPECT_EQ(std::memcmp(s.LmGet(d), s.LmGet(n), 40), 0);
+  Fill(s, d, 1);
+  EXPECT_EQ(s.LmGet(a)[0], s.LmGet(n)[0]);
+  EXPECT_EQ(s.LmLiveBytes(), 120);
+}
+
+TEST(ElementSpace, SwapExchangesContentsWhileNumbersAndMarksStay) {
+  ElementSpace s(1024, 0);
+  int32_t a = s.LmAddAssert(4), b = s.LmAddAssert(900);
+  Fill(s, a, 0xAA);
+  Fill(s, b, 0xBB);
+  s.LmUnmark();
+  s.LmMark(a);
+  EXPECT_EQ(s.LmSwap(a, b), 0);
+  EXPECT_EQ(s.LmSize(a), 900);
+  EXPECT_EQ(s.LmSize(b), 4);
+  EXPECT_EQ(s.LmGet(a)[899], 0xBB);
+  EXPECT_EQ(s.LmGet(b)[0], 0xAA);
+  EXPECT_EQ(s.LmMarked(a), 1);
+  EXPECT_EQ(s.LmMarked(b), 0);
+  EXPECT_EQ(s.LmSwap(a, a), 0);
+  // The large block went with its contents, so removing a frees it.
+  EXPECT_EQ(s.LmRemove(a), 0);
+  EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+}
+
+TEST(ElementSpace, WhileLockedMovesAreRefusedAndReportedButNothingElseIs) {
+  ElementSpace s(1024, 0);
+  int32_t a = s.LmAddAssert(16), b = s.LmAddAssert(16), empty = s.LmAddAssert(0);
+  Fill(s, a, 7);
+  AssertCapture reports;
+  ASSERT_EQ(s.LmLock(), 0);
+  ASSERT_EQ(s.LmLock(), 0);
+  uint8_t* at = s.LmGet(a);
+  EXPECT_EQ(s.LmSetAssert(a, 64), kLmLocked);
+  EXPECT_EQ(s.LmSwap(a, b), kLmLocked);
+  EXPECT_EQ(s.LmCompress(), kLmLocked);
+  EXPECT_EQ(reports.take().size(), 3u);
+  // Growing inside the block, shrinking, adding, removing and collecting move nothing.
+  EXPECT_EQ(s.LmSetAssert(a, 12), 0);
+  EXPECT_EQ(s.LmSetAssert(a, 16), 0);
+  EXPECT_EQ(s.LmSetAssert(empty, 32), 0);
+  EXPECT_GT(s.LmAddAssert(4000), 0);
+  EXPECT_EQ(s.LmRemove(b), 0);
+  s.LmUnmark();
+  s.LmMark(a);
+  EXPECT_EQ(s.LmCollect(), 2);
+  EXPECT_EQ(s.LmGet(a), at);
+  EXPECT_EQ(at[0], 7);
+  EXPECT_EQ(at[12], 0);
+  EXPECT_TRUE(reports.take().empty());
+  EXPECT_EQ(s.LmUnlock(), 0);
+  EXPECT_EQ(s.LmLockDepth(), 1);
+  EXPECT_EQ(s.LmUnlock(), 0);
+  EXPECT_EQ(s.LmUnlock(), kLmNotLocked);
+  EXPECT_EQ(reports.size(), 1u);
+  EXPECT_EQ(s.LmSetAssert(a, 64), 0);
+  EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+}
+
+TEST(ElementSpace, DumpShowsTotalsAndElements) {
+  ElementSpace s(1024, 0);
+  int32_t n = s.LmAddAssert(3, "abc");
+  s.LmUnmark();
+  s.LmMark(n);
+  std::string dump = s.LmDump();
+  EXPECT_NE(dump.find("1 live, highest 1, 3 live bytes"), std::string::npos) << dump;
+  EXPECT_NE(dump.find("3 bytes marked  61 62 63"), std::string::npos) << dump;
+}
+
+}  // namespace
+}  // namespace fundra

@@ -9,6 +9,7 @@
 #include "platform/zelkor/classes.h"
 #include "platform/zelkor/dispatch.h"
 #include "platform/zelkor/log.h"
+#include "platform/zelkor/vhd_binding.h"
 
 namespace zelkor {
 
@@ -18,6 +19,7 @@ namespace {
 // handle without a value).
 struct VhdData {
   fundra::ElementSpace* space;  // owned; freed by Dspo or by HNew adopting another
+  VhdBinding* binding;          // the store file and its record file, or null
   int32_t changed;              // HSCh flag: 1 while the value differs from the file
   int32_t version;              // the version given to HNew (kept in a new file's header)
   FourCC registered;            // the class signature given to HReg, 0 when unregistered
@@ -57,6 +59,14 @@ Word vhdGetHandle(Object* self, const Msg& m) {
   VhdData* d = dataOf(self);
   auto** out = asPtr<fundra::ElementSpace*>(m.w[0]);
   if (!out) return kVhdBadArgument;
+  if (!d->space && d->binding) {
+    int32_t r = bindingLoad(d->binding, &d->space);
+    if (r != 0) {
+      *out = nullptr;
+      return r;
+    }
+    d->changed = 0;
+  }
   *out = d->space;
   return 0;
 }
@@ -74,8 +84,10 @@ Word vhdUnregister(Object* self, const Msg&) {
   return 0;
 }
 
-// Not bound to a file: no record file yet.
-Word vhdGetFile(Object*, const Msg&) { return 0; }
+Word vhdGetFile(Object* self, const Msg&) {
+  VhdData* d = dataOf(self);
+  return d->binding ? bindingFileObject(d->binding) : 0;
+}
 
 Word vhdSetChanged(Object* self, const Msg& m) {
   VhdData* d = dataOf(self);
@@ -84,18 +96,28 @@ Word vhdSetChanged(Object* self, const Msg& m) {
   return old;
 }
 
-// Nothing to save to while the handle has no file.
-Word vhdChange(Object*, const Msg&) { return 0; }
+Word vhdChange(Object* self, const Msg&) {
+  VhdData* d = dataOf(self);
+  if (!d->binding) return 0;
+  if (!d->space) return kVhdNoValue;
+  int32_t r = bindingSave(d->binding, d->space);
+  if (r == 0) d->changed = 0;
+  return r;
+}
 
 Word vhdTest(Object* self, const Msg&) {
   VhdData* d = dataOf(self);
   if (!d->space) return kVhdNoValue;
   if (int32_t r = d->space->LmValid()) return r;
-  return 0;
+  return d->binding ? bindingCheck(d->binding) : 0;
 }
 
 Word vhdDispose(Object* self, const Msg& m) {
   VhdData* d = dataOf(self);
+  if (d->binding) {
+    bindingClose(d->binding);
+    d->binding = nullptr;
+  }
   delete d->space;
   d->space = nullptr;
   unregister(objWord(self));
@@ -119,6 +141,19 @@ int gVhdClass = MakeFrameworkClass(kVhdSig, kRootSig, sizeof(VhdData), vhdBuild)
 }  // namespace
 
 std::vector<RegisteredHandle> registeredHandles() { return registry(); }
+
+VhdBinding** vhdBindingSlot(Word store, fundra::ElementSpace** space, int32_t* version) {
+  Object* o = asObject(store);
+  if (!o || !vhdClass() || !ModuleData::sigClass(o, kVhdSig)) return nullptr;
+  VhdData* d = dataOf(o);
+  if (space) *space = d->space;
+  if (version) *version = d->version;
+  return &d->binding;
+}
+
+void vhdSetChangedFlag(Word store, int32_t flag) {
+  if (vhdBindingSlot(store, nullptr, nullptr)) dataOf(asObject(store))->changed = flag;
+}
 
 const char* vhdCodeText(int32_t code) {
   switch (code) {
@@ -150,6 +185,8 @@ const char* vhdCodeText(int32_t code) {
       return "the handle is not attached to a record";
     case kVhdBadArgument:
       return "bad argument";
+    case kVhdExists:
+      return "the record exists";
     default:
       return "unknown code";
   }

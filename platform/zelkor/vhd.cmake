@@ -2,6 +2,11 @@
 # and the record file's records).
 zove_area(zelkor_vhd
   SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/recfile.cc
     ${CMAKE_CURRENT_LIST_DIR}/vhd.cc
+    ${CMAKE_CURRENT_LIST_DIR}/vhd_binding.cc
+    ${CMAKE_CURRENT_LIST_DIR}/vhd_db.cc
+    ${CMAKE_CURRENT_LIST_DIR}/vhd_format.cc
+    ${CMAKE_CURRENT_LIST_DIR}/vhd_vfs.cc
   DEPS zelkor fundra_core
   LIBS PkgConfig::SQLITE3)

@@ -60,7 +60,8 @@ enum : int32_t {
   kVhdIoError = -1118,       // reading or writing the file failed (the disk, a full disk, a lock)
   kVhdNoRecord = -1119,      // the record file has no record of that type and id
   kVhdNotAttached = -1120,   // the memory handle is not attached to a record of this file
-  kVhdBadArgument = -1121,   // a null handle or pointer, a negative size
+  kVhdBadArgument = -1121,   // a null handle or pointer, an id not above 0
+  kVhdExists = -1122,        // HCrt of a record that exists
 };
 
 // A readable name for a code (for logs and the shell).

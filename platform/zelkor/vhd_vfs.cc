@@ -1,0 +1,194 @@
+// A pass-through SQLite file layer with a failure switch (see vhd_vfs.h).
+//
+// The layer wraps the default one: its file object is the default file object followed by a
+// pointer to it, and every method forwards. Only read, write, truncate and sync are counted,
+// because those are the calls whose failure a store must survive.
+#include "platform/zelkor/vhd_vfs.h"
+
+#include <sqlite3.h>
+
+#include <atomic>
+#include <mutex>
+
+namespace zelkor::storefile {
+
+namespace {
+
+struct FaultState {
+  std::atomic<int64_t> calls{0};
+  std::atomic<int64_t> failed{0};
+  std::atomic<int64_t> written{0};
+  int64_t failAt = 0;
+  bool sticky = false;
+  IoFaultKind kind = IoFaultKind::kIoError;
+};
+
+FaultState& faults() {
+  static FaultState s;
+  return s;
+}
+
+// Answers the code the counted call must fail with, or SQLITE_OK to let it through.
+int fault(int ioerr, bool isWrite) {
+  FaultState& f = faults();
+  int64_t n = ++f.calls;
+  if (!f.failAt || n < f.failAt || (!f.sticky && n != f.failAt)) return SQLITE_OK;
+  ++f.failed;
+  return isWrite && f.kind == IoFaultKind::kDiskFull ? SQLITE_FULL : ioerr;
+}
+
+struct ShimFile {
+  sqlite3_file base;  // methods = &kShimMethods
+  sqlite3_file* real;
+};
+
+sqlite3_vfs* gReal = nullptr;
+sqlite3_vfs gShim;
+
+sqlite3_file* real(sqlite3_file* f) { return reinterpret_cast<ShimFile*>(f)->real; }
+
+int shimClose(sqlite3_file* f) {
+  int r = real(f)->pMethods ? real(f)->pMethods->xClose(real(f)) : SQLITE_OK;
+  sqlite3_free(real(f));
+  return r;
+}
+int shimRead(sqlite3_file* f, void* p, int n, sqlite3_int64 at) {
+  if (int r = fault(SQLITE_IOERR_READ, false)) return r;
+  return real(f)->pMethods->xRead(real(f), p, n, at);
+}
+int shimWrite(sqlite3_file* f, const void* p, int n, sqlite3_int64 at) {
+  if (int r = fault(SQLITE_IOERR_WRITE, true)) return r;
+  faults().written += n;
+  return real(f)->pMethods->xWrite(real(f), p, n, at);
+}
+int shimTruncate(sqlite3_file* f, sqlite3_int64 size) {
+  if (int r = fault(SQLITE_IOERR_TRUNCATE, false)) return r;
+  return real(f)->pMethods->xTruncate(real(f), size);
+}
+int shimSync(sqlite3_file* f, int flags) {
+  if (int r = fault(SQLITE_IOERR_FSYNC, false)) return r;
+  return real(f)->pMethods->xSync(real(f), flags);
+}
+int shimFileSize(sqlite3_file* f, sqlite3_int64* size) {
+  return real(f)->pMethods->xFileSize(real(f), size);
+}
+int shimLock(sqlite3_file* f, int l) { return real(f)->pMethods->xLock(real(f), l); }
+int shimUnlock(sqlite3_file* f, int l) { return real(f)->pMethods->xUnlock(real(f), l); }
+int shimCheckReserved(sqlite3_file* f, int* out) {
+  return real(f)->pMethods->xCheckReservedLock(real(f), out);
+}
+int shimFileControl(sqlite3_file* f, int op, void* arg) {
+  return real(f)->pMethods->xFileControl(real(f), op, arg);
+}
+int shimSectorSize(sqlite3_file* f) { return real(f)->pMethods->xSectorSize(real(f)); }
+int shimDeviceCharacteristics(sqlite3_file* f) {
+  return real(f)->pMethods->xDeviceCharacteristics(real(f));
+}
+
+// Version 1 methods only: no shared memory (the store file uses a rollback journal) and no
+// memory mapping, so every byte SQLite reads passes through shimRead.
+const sqlite3_io_methods kShimMethods = {1,
+                                         shimClose,
+                                         shimRead,
+                                         shimWrite,
+                                         shimTruncate,
+                                         shimSync,
+                                         shimFileSize,
+                                         shimLock,
+                                         shimUnlock,
+                                         shimCheckReserved,
+                                         shimFileControl,
+                                         shimSectorSize,
+                                         shimDeviceCharacteristics,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr};
+
+int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, int* outFlags) {
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  shim->base.pMethods = nullptr;
+  shim->real = static_cast<sqlite3_file*>(sqlite3_malloc(gReal->szOsFile));
+  if (!shim->real) return SQLITE_NOMEM;
+  shim->real->pMethods = nullptr;
+  int r = gReal->xOpen(gReal, name, shim->real, flags, outFlags);
+  if (r != SQLITE_OK) {
+    if (shim->real->pMethods) shim->real->pMethods->xClose(shim->real);
+    sqlite3_free(shim->real);
+    return r;
+  }
+  shim->base.pMethods = &kShimMethods;
+  return SQLITE_OK;
+}
+
+int shimDelete(sqlite3_vfs*, const char* name, int syncDir) {
+  return gReal->xDelete(gReal, name, syncDir);
+}
+int shimAccess(sqlite3_vfs*, const char* name, int flags, int* out) {
+  return gReal->xAccess(gReal, name, flags, out);
+}
+int shimFullPathname(sqlite3_vfs*, const char* name, int n, char* out) {
+  return gReal->xFullPathname(gReal, name, n, out);
+}
+void* shimDlOpen(sqlite3_vfs*, const char* name) { return gReal->xDlOpen(gReal, name); }
+void shimDlError(sqlite3_vfs*, int n, char* out) { gReal->xDlError(gReal, n, out); }
+void (*shimDlSym(sqlite3_vfs*, void* lib, const char* sym))(void) {
+  return gReal->xDlSym(gReal, lib, sym);
+}
+void shimDlClose(sqlite3_vfs*, void* lib) { gReal->xDlClose(gReal, lib); }
+int shimRandomness(sqlite3_vfs*, int n, char* out) { return gReal->xRandomness(gReal, n, out); }
+int shimSleep(sqlite3_vfs*, int us) { return gReal->xSleep(gReal, us); }
+int shimCurrentTime(sqlite3_vfs*, double* t) { return gReal->xCurrentTime(gReal, t); }
+int shimGetLastError(sqlite3_vfs*, int n, char* out) {
+  return gReal->xGetLastError ? gReal->xGetLastError(gReal, n, out) : 0;
+}
+int shimCurrentTimeInt64(sqlite3_vfs*, sqlite3_int64* t) {
+  return gReal->xCurrentTimeInt64(gReal, t);
+}
+
+}  // namespace
+
+void IoFaults::failAt(int64_t n, IoFaultKind kind, bool sticky) {
+  FaultState& f = faults();
+  f.failAt = n;
+  f.kind = kind;
+  f.sticky = sticky;
+  f.calls = 0;
+  f.failed = 0;
+  f.written = 0;
+}
+
+int64_t IoFaults::calls() { return faults().calls; }
+int64_t IoFaults::failed() { return faults().failed; }
+int64_t IoFaults::bytesWritten() { return faults().written; }
+
+const char* storeVfsName() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    gReal = sqlite3_vfs_find(nullptr);
+    gShim = sqlite3_vfs{};
+    gShim.iVersion = 2;
+    gShim.szOsFile = int(sizeof(ShimFile));
+    gShim.mxPathname = gReal->mxPathname;
+    gShim.zName = "zove-store";
+    gShim.xOpen = shimOpen;
+    gShim.xDelete = shimDelete;
+    gShim.xAccess = shimAccess;
+    gShim.xFullPathname = shimFullPathname;
+    gShim.xDlOpen = shimDlOpen;
+    gShim.xDlError = shimDlError;
+    gShim.xDlSym = shimDlSym;
+    gShim.xDlClose = shimDlClose;
+    gShim.xRandomness = shimRandomness;
+    gShim.xSleep = shimSleep;
+    gShim.xCurrentTime = shimCurrentTime;
+    gShim.xGetLastError = shimGetLastError;
+    gShim.xCurrentTimeInt64 = shimCurrentTimeInt64;
+    sqlite3_vfs_register(&gShim, 0);
+  });
+  return "zove-store";
+}
+
+}  // namespace zelkor::storefile

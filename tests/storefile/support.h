@@ -1,0 +1,130 @@
+// Helpers shared by the store-file tests: scratch folders, handles, space content and models.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/fundra/memory.h"
+#include "platform/fundra/space.h"
+#include "platform/zelkor/recfile.h"
+#include "platform/zelkor/vhd.h"
+#include "platform/zelkor/zelkor.h"
+
+namespace storetest {
+
+using zelkor::fc;
+using zelkor::send;
+using zelkor::Word;
+
+constexpr zelkor::FourCC kTVhd = fc("TVhd");
+
+// A fresh folder under the system's temporary folder, removed with the object.
+class ScratchDir {
+ public:
+  ScratchDir() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "zstoreXXXXXX").string();
+    path_ = mkdtemp(tmpl.data());
+  }
+  ~ScratchDir() { std::filesystem::remove_all(path_); }
+  std::string file(const std::string& name) const { return (path_ / name).string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+inline std::vector<uint8_t> readBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), {});
+}
+inline void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+// A value handle made the way a host makes a store (New, Setu).
+inline Word newHandle() {
+  zelkor::ZelkorBoot();
+  Word h = send(zelkor::ZelkorLookup(zelkor::kVhdSig), fc("New "));
+  send(h, fc("Setu"));
+  return h;
+}
+
+inline fundra::ElementSpace* spaceOf(Word h) {
+  fundra::ElementSpace* s = nullptr;
+  return send(h, zelkor::kHGtH, &s) == 0 ? s : nullptr;
+}
+
+// The content of a space as a plain map: number -> bytes.
+using Model = std::map<int32_t, std::vector<uint8_t>>;
+
+inline Model modelOf(const fundra::ElementSpace& s) {
+  Model m;
+  for (int32_t n = s.LmNext(0); n; n = s.LmNext(n)) {
+    const uint8_t* at = s.LmGet(n);
+    m[n] = std::vector<uint8_t>(at, at + s.LmSize(n));
+  }
+  return m;
+}
+
+// Writes an element of the space and of the model alike.
+inline void put(fundra::ElementSpace* s, Model* m, int32_t n, std::vector<uint8_t> bytes) {
+  s->LmSetAssert(n, int32_t(bytes.size()));
+  if (!bytes.empty()) std::copy(bytes.begin(), bytes.end(), s->LmGet(n));
+  (*m)[n] = std::move(bytes);
+}
+
+inline std::vector<uint8_t> randomBytes(std::mt19937& rng, int maxSize) {
+  std::vector<uint8_t> b(rng() % uint32_t(maxSize + 1));
+  for (uint8_t& x : b) x = uint8_t(rng());
+  return b;
+}
+
+// Records of a handle's file as a map id -> bytes, read through the record file object.
+inline std::map<int32_t, std::vector<uint8_t>> recordsOf(Word h) {
+  std::map<int32_t, std::vector<uint8_t>> out;
+  Word file = send(h, zelkor::kHGtF);
+  int32_t n = zelkor::i32(send(file, zelkor::kHCId, kTVhd));
+  for (int32_t i = 1; i <= n; ++i) {
+    int32_t id = zelkor::i32(send(file, zelkor::kHEId, kTVhd, i));
+    fundra::TMemory* mem = nullptr;
+    if (send(file, zelkor::kHRed, kTVhd, id, &mem, 0) != 0) continue;
+    send(file, zelkor::kHDet, mem);
+    out[id] = std::vector<uint8_t>(mem->MemPtr(), mem->MemPtr() + mem->GetSize());
+    delete mem;
+  }
+  return out;
+}
+
+// Writes a record through the record file object the way the store does; answers the id.
+inline int32_t writeRecord(Word file, const std::vector<uint8_t>& bytes) {
+  int32_t id = zelkor::i32(send(file, zelkor::kHUId, kTVhd, 1000));
+  fundra::TMemory mem(int32_t(bytes.size()));
+  if (!bytes.empty()) std::copy(bytes.begin(), bytes.end(), mem.MemPtr());
+  if (send(file, zelkor::kHCrt, &mem, kTVhd, id) != 0) return -1;
+  Word r = send(file, zelkor::kHWrt, &mem);
+  send(file, zelkor::kHDet, &mem);
+  return r == 0 ? id : -1;
+}
+
+// Opens a file into a new handle and installs (loads) it; answers the handle or 0, and the code.
+inline Word openStore(const std::string& path, zelkor::VhdOpenMode mode, int32_t* code) {
+  Word h = newHandle();
+  *code = zelkor::vhdOpenFile(h, path, mode);
+  fundra::ElementSpace* s = nullptr;
+  if (*code == 0) *code = int32_t(send(h, zelkor::kHGtH, &s));
+  if (*code != 0) {
+    send(h, fc("Dspo"));
+    return 0;
+  }
+  return h;
+}
+
+}  // namespace storetest

@@ -151,12 +151,12 @@ int32_t LoadTextSource(std::string_view source, std::string_view name,
         problem("no key");
         continue;
       }
-      std::string_view rest = Trim(key_text);
-      if (rest.empty() || rest[0] != '=') {
+      size_t blanks = key_text.find_first_not_of(" \t");
+      if (blanks == std::string_view::npos || key_text[blanks] != '=') {
         problem("a key is four characters followed by '='");
         continue;
       }
-      eq = line.size() - rest.size();
+      eq = line.size() - key_text.size() + blanks;
       auto [it, fresh] = t.texts.insert_or_assign(Slot(table, key), Value(line.substr(eq + 1)));
       if (!fresh) problem("key " + zelkor::fcString(key) + " defined again");
       ++defined;

@@ -54,7 +54,10 @@ int32_t RNList::DelAt(int32_t index) {
 
 std::string RNList::Dump() const {
   std::string out = "[";
-  for (int32_t i = 0, n = Count(); i < n; ++i) out += (i ? " " : "") + std::to_string(Data()[i]);
+  for (int32_t i = 0, n = Count(); i < n; ++i) {
+    if (i) out += ' ';
+    out += std::to_string(Data()[i]);
+  }
   return out + "]";
 }
 

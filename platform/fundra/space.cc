@@ -36,7 +36,7 @@ int32_t ElementSpace::Grow(int32_t n) {
   try {
     if (size_t(n) >= slots_.capacity()) {
       size_t want = std::min<size_t>(size_t(n) + size_t(tableStep_), size_t(kLmMaxNumber) + 1);
-      slots_.reserve(std::max(want, slots_.capacity() + slots_.capacity() / 2));
+      slots_.reserve(std::max(want, 2 * slots_.capacity()));
     }
     slots_.resize(size_t(n) + 1, Slot{nullptr, 0, 0});
     for (size_t i = old; i < size_t(n); ++i) {
@@ -57,10 +57,18 @@ int32_t ElementSpace::TakeNumber() {
     freeNumbers_.pop_back();
     if (size_t(n) < slots_.size() && !slots_[size_t(n)].at) return n;
   }
-  int32_t n = int32_t(slots_.size());
-  if (n > kLmMaxNumber) return kLmNoMemory;
-  int32_t r = Grow(n);
-  return r < 0 ? r : n;
+  // No free number: the next one past the top, the common case when a space is being filled.
+  size_t n = slots_.size();
+  if (n > size_t(kLmMaxNumber)) return kLmNoMemory;
+  if (n == slots_.capacity()) {
+    try {
+      slots_.reserve(std::min(std::max(n + size_t(tableStep_), 2 * n), size_t(kLmMaxNumber) + 1));
+    } catch (const std::bad_alloc&) {
+      return kLmNoMemory;
+    }
+  }
+  slots_.push_back(Slot{nullptr, 0, 0});
+  return int32_t(n);
 }
 
 // Drops free slots at the top so that the last slot is live. Their entries in the free-number

@@ -147,6 +147,9 @@ int32_t ElementSpace::LmCompress() {
   }
   for (const Chunk& c : chunks_) std::free(c.base);
   chunks_.clear();
+  // The table's growth room goes too: a compressed space is one about to be kept, not filled.
+  if (slots_.capacity() > slots_.size() + slots_.size() / 8) slots_.shrink_to_fit();
+  freeNumbers_.shrink_to_fit();
   std::fill(freeBlocks_.begin(), freeBlocks_.end(), nullptr);
   chunkBytes_ = int64_t(total);
   bump_ = bumpEnd_ = nullptr;

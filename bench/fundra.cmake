@@ -1,0 +1,1 @@
+bench_area(bench_space ${CMAKE_SOURCE_DIR}/bench/fundra_space_bench.cc fundra_core)

@@ -1,0 +1,157 @@
+// The DL record and its items, as they lie in an element of the element space.
+//
+// Every DL is one element; its DL number is the element's number (DL 1 is the root). Bytes are
+// little-endian, every word 32-bit:
+//
+//   offset        width       field       meaning
+//   0             4           uType       FourCC type of the DL; each byte 32..126
+//   4             2           flags       kSharedFlag, kInvisibleFlag, kKeptFlag; other bits 0
+//   6             2           reserved    0
+//   8             4           owner       DL number of the owning module DL, or 0
+//   12            4           data size   bytes in the data area, a multiple of 4
+//   16            4           item count  number of items
+//   20            data size   data area   the DL's fixed data (TSRD/TSWD)
+//   20 + data     12 x count  items       ascending key order (keys compared as signed 32-bit)
+//
+// The element may be longer than 20 + data size + 12 x count; it may not be shorter. Each item:
+//
+//   offset  width  field          meaning
+//   0       4      ref            > 0: a refnum (the DL or element the item refers to);
+//                                 <= 0: a value-type marker (kImmediate, kVHandle)
+//   4       4      kind or value  refnum: the refnum type in bits 8..31 (bits 0..7 ignored);
+//                                 immediate: the 32-bit value; vhandle: the record's chunk
+//   8       4      key            FourCC; each byte 32..126
+//
+// The root (DL 1) has uType `root`, data size 8 holding the signed 16-bit store version at
+// offset 20 (6 reserved bytes after it), and one item `mods`: a list of the module DLs.
+//
+// Blobs and lists are bare elements without this header: a blob holds exactly its bytes, a list
+// an array of 32-bit DL numbers.
+//
+// These helpers only read and lay out bytes; they never allocate, log or assert, so any code
+// that holds the element space (collection, the structure walks, tools) can use them.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/fundra/space.h"
+#include "store/zove.h"
+
+namespace zove {
+
+struct DLHead {
+  uint32_t uType;
+  uint16_t flags;
+  uint16_t reserved;
+  int32_t owner;
+  int32_t dataSize;
+  int32_t count;
+};
+static_assert(sizeof(DLHead) == 20);
+
+struct Item {
+  int32_t ref;
+  uint32_t kind;
+  uint32_t key;
+};
+static_assert(sizeof(Item) == 12);
+
+constexpr int32_t kHeadBytes = 20;
+constexpr int32_t kItemBytes = 12;
+constexpr int32_t kRootDL = 1;
+constexpr int32_t kRootDataBytes = 8;
+constexpr int32_t kRootBytes = kHeadBytes + kRootDataBytes + kItemBytes;  // 40
+constexpr int32_t kVersionOffset = 20;
+
+// The refnum type of a refnum item, or the value type of any other item (low byte cleared).
+inline uint32_t itemType(const Item& it) {
+  return it.ref > 0 ? it.kind & ~0xFFu : uint32_t(it.ref) & ~0xFFu;
+}
+inline bool isRefnum(const Item& it) { return it.ref > 0; }
+// Kinds whose referent the item owns: removed with the item.
+inline bool ownsReferent(const Item& it) {
+  uint32_t t = it.kind & ~0xFFu;
+  return it.ref > 0 && (t == kBlob || t == kList || t == kWeakList);
+}
+inline bool isListType(uint32_t t) { return t == kList || t == kWeakList; }
+inline bool isKnownRefType(uint32_t t) {
+  return t == kBlob || t == kHandle || t == kPartLink || t == kList || t == kWeakList ||
+         t == kWeakHandle;
+}
+
+// Each of the four bytes, taken as a signed byte, lies in 32..126.
+inline bool isPrintableCode(uint32_t code) {
+  for (int i = 0; i < 4; ++i) {
+    int8_t b = int8_t(code >> (8 * i));
+    if (b < 32 || b > 126) return false;
+  }
+  return true;
+}
+
+// A DL's parts at one moment. Valid until the element space next moves the element (anything
+// that grows an element, LmSwap, LmCompress).
+struct DLView {
+  uint8_t* base = nullptr;
+  DLHead* head = nullptr;
+  uint8_t* data = nullptr;
+  Item* items = nullptr;
+  int32_t size = 0;  // element size
+
+  int32_t count() const { return head->count; }
+  Item& item(int32_t i) const { return items[i]; }
+  // The bytes the header says the DL needs.
+  int64_t needed() const {
+    return int64_t(kHeadBytes) + head->dataSize + int64_t(kItemBytes) * head->count;
+  }
+};
+
+// Opens DL n: answers 0 and fills the view, the element space's code when n names no element,
+// or kWrongKind when the element is too short for its own header (a blob or list passed where a
+// DL is expected, or a damaged DL). The view never reaches outside the element.
+inline int32_t dlOpen(const fundra::ElementSpace* space, int32_t n, DLView* v) {
+  int32_t size = space->LmSize(n);
+  if (size < 0) return size;
+  if (size < kHeadBytes) return kWrongKind;
+  uint8_t* base = space->LmGet(n);
+  auto* head = reinterpret_cast<DLHead*>(base);
+  if (head->dataSize < 0 || head->count < 0 ||
+      int64_t(kHeadBytes) + head->dataSize + int64_t(kItemBytes) * head->count > size)
+    return kWrongKind;
+  v->base = base;
+  v->head = head;
+  v->data = base + kHeadBytes;
+  v->items = reinterpret_cast<Item*>(base + kHeadBytes + head->dataSize);
+  v->size = size;
+  return 0;
+}
+
+// The index of the item with the key, searching from the last item to the first; -1 if none.
+inline int32_t dlFind(const DLView& v, uint32_t key) {
+  for (int32_t i = v.head->count - 1; i >= 0; --i)
+    if (v.items[i].key == key) return i;
+  return -1;
+}
+
+// Where a new item with the key goes: before the first item whose key is greater, keys compared
+// as signed 32-bit numbers.
+inline int32_t dlInsertPosition(const DLView& v, uint32_t key) {
+  int32_t i = 0;
+  while (i < v.head->count && int32_t(v.items[i].key) <= int32_t(key)) ++i;
+  return i;
+}
+
+// A list or blob element: its words (a list's DL numbers) and how many.
+struct ListView {
+  int32_t* at = nullptr;
+  int32_t count = 0;
+};
+// Opens a list element: 0, or the element space's code.
+inline int32_t listOpen(const fundra::ElementSpace* space, int32_t n, ListView* v) {
+  int32_t size = space->LmSize(n);
+  if (size < 0) return size;
+  v->at = reinterpret_cast<int32_t*>(space->LmGet(n));
+  v->count = size / 4;
+  return 0;
+}
+
+}  // namespace zove

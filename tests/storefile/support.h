@@ -87,15 +87,19 @@ inline std::vector<uint8_t> randomBytes(std::mt19937& rng, int maxSize) {
   return b;
 }
 
-// Records of a handle's file as a map id -> bytes, read through the record file object.
-inline std::map<int32_t, std::vector<uint8_t>> recordsOf(Word h) {
+// Records of a handle's file as a map id -> bytes, read through the record file object. A read
+// that fails leaves the record out and its code in *failure.
+inline std::map<int32_t, std::vector<uint8_t>> recordsOf(Word h, int32_t* failure = nullptr) {
   std::map<int32_t, std::vector<uint8_t>> out;
   Word file = send(h, zelkor::kHGtF);
   int32_t n = zelkor::i32(send(file, zelkor::kHCId, kTVhd));
   for (int32_t i = 1; i <= n; ++i) {
     int32_t id = zelkor::i32(send(file, zelkor::kHEId, kTVhd, i));
     fundra::TMemory* mem = nullptr;
-    if (send(file, zelkor::kHRed, kTVhd, id, &mem, 0) != 0) continue;
+    if (Word r = send(file, zelkor::kHRed, kTVhd, id, &mem, 0)) {
+      if (failure) *failure = zelkor::i32(r);
+      continue;
+    }
     send(file, zelkor::kHDet, mem);
     out[id] = std::vector<uint8_t>(mem->MemPtr(), mem->MemPtr() + mem->GetSize());
     delete mem;

@@ -1,0 +1,158 @@
+// Failing file operations: every read, write, truncation and sync of a save or an open is made
+// to fail in turn, and the file must always hold exactly one of the saved states.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "platform/zelkor/vhd_vfs.h"
+#include "tests/storefile/support.h"
+
+using namespace storetest;
+using namespace zelkor;
+using storefile::IoFaultKind;
+using storefile::IoFaults;
+
+namespace {
+
+struct Saved {
+  Model elements;
+  std::map<int32_t, std::vector<uint8_t>> records;
+};
+
+// Makes the first saved state: 400 elements over several segments and three records.
+Saved makeFirstFile(const std::string& path) {
+  Saved a;
+  Word h = newHandle();
+  send(h, kHNew, 0, 3);
+  fundra::ElementSpace* s = spaceOf(h);
+  std::mt19937 rng(11);
+  for (int32_t n = 1; n <= 400; ++n) put(s, &a.elements, n, randomBytes(rng, 120));
+  EXPECT_EQ(vhdCreateFile(h, path), 0);
+  Word file = send(h, kHGtF);
+  for (int i = 0; i < 3; ++i) writeRecord(file, randomBytes(rng, 3000));
+  EXPECT_EQ(send(h, kHChg), 0);
+  a.records = recordsOf(h);
+  send(h, fc("Dspo"));
+  return a;
+}
+
+// Changes elements, removes a segment's worth, adds past the end, and changes the records.
+void changeToSecond(Word h, Saved* b) {
+  fundra::ElementSpace* s = spaceOf(h);
+  std::mt19937 rng(12);
+  for (int i = 0; i < 30; ++i)
+    put(s, &b->elements, int32_t(1 + rng() % 400), randomBytes(rng, 300));
+  for (int32_t n = 128; n < 192; ++n) {
+    s->LmRemove(n);
+    b->elements.erase(n);
+  }
+  put(s, &b->elements, 450, randomBytes(rng, 50));
+  Word file = send(h, kHGtF);
+  send(file, kHRmv, kTVhd, b->records.begin()->first);
+  writeRecord(file, randomBytes(rng, 2000));
+  b->records = recordsOf(h);
+}
+
+// What a read-only open of the file finds; an empty state when it is refused.
+Saved readBack(const std::string& path, int32_t* code) {
+  Saved out;
+  Word r = openStore(path, VhdOpenMode::kReadOnly, code);
+  if (!r) return out;
+  out.elements = modelOf(*spaceOf(r));
+  out.records = recordsOf(r, code);
+  send(r, fc("Dspo"));
+  return out;
+}
+
+bool operator==(const Saved& a, const Saved& b) {
+  return a.elements == b.elements && a.records == b.records;
+}
+
+}  // namespace
+
+TEST(StoreFileFaults, EveryFailingCallOfASaveLeavesTheLastSaveAndTheNextSaveSucceeds) {
+  ScratchDir dir;
+  std::string original = dir.file("a.zst"), path = dir.file("work.zst");
+  Saved first = makeFirstFile(original);
+  Saved second;
+  int64_t calls = 0;
+  {  // One run without faults to count the save's calls.
+    std::filesystem::copy_file(original, path);
+    int32_t code = 0;
+    Word h = openStore(path, VhdOpenMode::kReadWrite, &code);
+    ASSERT_EQ(code, 0);
+    second = first;
+    changeToSecond(h, &second);
+    IoFaults::failAt(0);
+    ASSERT_EQ(send(h, kHChg), 0);
+    calls = IoFaults::calls();
+    send(h, fc("Dspo"));
+    EXPECT_TRUE(readBack(path, &code) == second);
+    std::filesystem::remove(path);
+  }
+  ASSERT_GT(calls, 5);
+  zelkor::LogCapture quiet;
+  for (IoFaultKind kind : {IoFaultKind::kIoError, IoFaultKind::kDiskFull}) {
+    for (int64_t n = 1; n <= calls; ++n) {
+      SCOPED_TRACE("failing call " + std::to_string(n) +
+                   (kind == IoFaultKind::kDiskFull ? " (disk full)" : ""));
+      std::filesystem::copy_file(original, path);
+      int32_t code = 0;
+      Word h = openStore(path, VhdOpenMode::kReadWrite, &code);
+      ASSERT_EQ(code, 0);
+      Saved expect = first;
+      changeToSecond(h, &expect);
+      IoFaults::failAt(n, kind, kind == IoFaultKind::kDiskFull);
+      Word r = send(h, kHChg);
+      IoFaults::failAt(0);
+      Saved found = readBack(path, &code);
+      if (r == 0) {
+        ASSERT_EQ(code, 0);
+        EXPECT_TRUE(found == expect);  // the failure hit a call SQLite could do without
+        send(h, fc("Dspo"));
+      } else if (n % 2) {
+        // A reader finds the last save, or is refused while the failed save's journal waits
+        // for a writer to roll it back.
+        if (code != kVhdBusy) {
+          EXPECT_TRUE(found == first) << code;
+        }
+        EXPECT_EQ(send(h, kHChg), 0);  // the held changes are written by the next save
+        EXPECT_TRUE(readBack(path, &code) == expect);
+        EXPECT_EQ(send(h, kHTsv), 0);
+        send(h, fc("Dspo"));
+      } else {
+        // The writer gives up; the next writer finds the last save.
+        send(h, fc("Dspo"));
+        Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
+        ASSERT_EQ(code, 0);
+        EXPECT_EQ(modelOf(*spaceOf(w)), first.elements);
+        EXPECT_EQ(recordsOf(w), first.records);
+        send(w, fc("Dspo"));
+      }
+      std::filesystem::remove(path);
+    }
+  }
+}
+
+TEST(StoreFileFaults, EveryFailingCallOfAnOpenRefusesOrLoadsTheSavedState) {
+  ScratchDir dir;
+  std::string path = dir.file("a.zst");
+  Saved first = makeFirstFile(path);
+  IoFaults::failAt(0);
+  int32_t code = 0;
+  ASSERT_TRUE(readBack(path, &code) == first);
+  int64_t calls = IoFaults::calls();
+  ASSERT_GT(calls, 3);
+  zelkor::LogCapture quiet;
+  for (int64_t n = 1; n <= calls; ++n) {
+    SCOPED_TRACE("failing call " + std::to_string(n));
+    IoFaults::failAt(n);
+    Saved found = readBack(path, &code);
+    IoFaults::failAt(0);
+    if (code == 0)
+      EXPECT_TRUE(found == first);
+    else
+      EXPECT_LT(code, 0);
+  }
+  EXPECT_TRUE(readBack(path, &code) == first);
+}

@@ -10,12 +10,14 @@ struct Command {
   const char* summary;
   const char* usage;
   const char* help;
-  int (*run)(int argc, char** argv);  // the arguments after the command's name; answers the exit status
+  int (*run)(int argc,
+             char** argv);  // the arguments after the command's name; answers the exit status
 };
 
 const std::vector<Command>& commands();
 const Command* findCommand(const char* name);
 
 int cmdClasses(int argc, char** argv);
+int cmdShell(int argc, char** argv);
 
 }  // namespace zove::cli

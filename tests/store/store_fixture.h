@@ -1,0 +1,76 @@
+// What the store's tests share: a booted framework, a store to send selectors to, a listener on
+// its channel that records the notices, and a small in-memory record file.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/fundra/debug.h"
+#include "platform/fundra/memory.h"
+#include "platform/fundra/space.h"
+#include "platform/zelkor/vhd.h"
+#include "platform/zelkor/zelkor.h"
+#include "store/dl.h"
+#include "store/inspect.h"
+#include "store/zove.h"
+
+namespace zt {
+
+using namespace zelkor;
+using namespace zove;
+
+constexpr Word kChannel = toWord(fc("tChn"));
+
+// A record file kept in a map, answering the messages the store sends its file. A handle is a
+// fundra::TMemory; HCrt attaches it to a chunk, HWrt/HCmp copy its bytes into the chunk.
+struct RecordFile {
+  std::map<int32_t, std::vector<uint8_t>> chunks;
+  std::map<Word, int32_t> attached;  // handle -> chunk
+  int32_t nextId = 1;
+  int32_t failWrite = 0;  // answered by HWrt and HCmp when non-zero
+  std::vector<int32_t> removed;
+};
+
+// Notices that reached the listener, as "XTSL PRO1 5" lines (signatures as text, numbers).
+struct Listener {
+  std::vector<std::string>* trace;
+  int32_t setBusy;  // XTSU/XTTB: the value written to the busy word
+};
+
+Object* newStore(int32_t version = 1);
+// A store whose base answers HGtF with a record file of its own (see recordFile).
+Object* newStoreWithFile(int32_t version = 1);
+RecordFile* recordFile(Object* store);
+Word recordFileObject(Object* store);
+
+Object* newListener(std::vector<std::string>* trace, int32_t setBusy = 0);
+
+fundra::ElementSpace* spaceOf(Object* store);
+
+inline Word S(Object* store, FourCC sel, auto... args) { return send(store, sel, args...); }
+
+// The item (ref, kind, key) at index of a DL, read straight from the space.
+inline Item rawItem(Object* store, int32_t dl, int32_t index) {
+  DLView v;
+  EXPECT_EQ(dlOpen(spaceOf(store), dl, &v), 0);
+  return v.items[index];
+}
+
+// Every log line captured, as text.
+inline std::vector<std::string> lines(LogCapture& cap) {
+  std::vector<std::string> out;
+  for (auto& e : cap.take()) out.push_back(std::to_string(e.level) + " " + e.text);
+  return out;
+}
+
+// Fails the test with a dump when the store breaks an invariant.
+inline void expectSound(Object* store) {
+  auto v = zoveCheckStore(store);
+  EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v) << "\n" << zoveDumpStore(store);
+}
+
+}  // namespace zt

@@ -1,0 +1,1 @@
+fuzz_target(space space_load.cc fundra_core)

@@ -1,5 +1,12 @@
 // Stores for scripts: zove.memstore makes a store with no file, zove.create one bound to a new
 // store file, zove.open one bound to an existing file. The script installs it (TSIn) itself.
+//
+// A file that cannot be created or opened is an answer, not an error, as with io.open: nil, the
+// code and its text, so that scripts can test refusals.
+#include <cstring>
+#include <string>
+
+#include "platform/zelkor/vhd.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/zove.h"
 #include "tools/zove/lua/api.h"
@@ -35,10 +42,47 @@ int luaMemstore(lua_State* L) {
   return 1;
 }
 
+// Pushes nil, the code and its text, and disposes of the store that could not be bound.
+int refuse(lua_State* L, Word store, int32_t code) {
+  zelkor::send(store, fc("Dspo"));
+  untrackObject(store);
+  lua_pushnil(L);
+  lua_pushinteger(L, code);
+  lua_pushstring(L, zelkor::vhdCodeText(code));
+  return 3;
+}
+
+int luaCreate(lua_State* L) {
+  const char* path = luaL_checkstring(L, 1);
+  lua_Integer version = luaL_checkinteger(L, 2);
+  Word store = newStore();
+  if (!store) return luaL_error(L, "zove.create: the module has no store class '@zov'");
+  int32_t rc = zelkor::i32(zelkor::send(store, fc("HNew"), 0, int32_t(version)));
+  if (rc == 0) rc = zelkor::vhdCreateFile(store, path);
+  if (rc != 0) return refuse(L, store, rc);
+  pushObject(L, store);
+  return 1;
+}
+
+int luaOpen(lua_State* L) {
+  const char* path = luaL_checkstring(L, 1);
+  const char* mode = luaL_optstring(L, 2, "rw");
+  if (std::strcmp(mode, "r") != 0 && std::strcmp(mode, "rw") != 0)
+    return luaL_error(L, "zove.open: mode '%s' is neither \"r\" nor \"rw\"", mode);
+  Word store = newStore();
+  if (!store) return luaL_error(L, "zove.open: the module has no store class '@zov'");
+  int32_t rc = zelkor::vhdOpenFile(
+      store, path, mode[1] ? zelkor::VhdOpenMode::kReadWrite : zelkor::VhdOpenMode::kReadOnly);
+  if (rc != 0) return refuse(L, store, rc);
+  pushObject(L, store);
+  return 1;
+}
+
 }  // namespace
 
 void openStores(lua_State* L) {
-  static const luaL_Reg fns[] = {{"memstore", luaMemstore}, {}};
+  static const luaL_Reg fns[] = {
+      {"memstore", luaMemstore}, {"create", luaCreate}, {"open", luaOpen}, {}};
   luaL_setfuncs(L, fns, 0);
 }
 

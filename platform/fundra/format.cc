@@ -12,6 +12,8 @@
 // Whatever cannot be honoured shows a marker "[?...]" in the text; nothing is read past the
 // arguments given. Only placeholders in the chosen alternative take arguments.
 #include <algorithm>
+#include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <optional>
 #include <vector>
@@ -119,8 +121,12 @@ std::optional<std::string> Convert(const Spec& s, const FormatArg& a) {
     case 'x':
     case 'X':
       if (a.kind() != K::kNumber) return std::nullopt;
-      std::snprintf(buf, sizeof buf, s.conv == 'x' ? "%x" : "%X", uint32_t(a.number()));
-      return buf;
+      {
+        char* end = std::to_chars(buf, buf + sizeof buf, uint32_t(a.number()), 16).ptr;
+        if (s.conv == 'X')
+          std::transform(buf, end, buf, [](char ch) { return char(std::toupper(ch)); });
+        return std::string(buf, end);
+      }
     case 'c': {
       if (a.kind() != K::kNumber) return std::nullopt;
       std::string out;
@@ -140,7 +146,24 @@ std::optional<std::string> Convert(const Spec& s, const FormatArg& a) {
 }
 
 bool KnownConv(char c) {
-  return std::string_view("duxXcsYEDNTAWZ").find(c) != std::string_view::npos;
+  switch (c) {
+    case 'd':
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'c':
+    case 's':
+    case 'Y':
+    case 'E':
+    case 'D':
+    case 'N':
+    case 'T':
+    case 'A':
+    case 'W':
+    case 'Z':
+      return true;
+  }
+  return false;
 }
 
 size_t Render(std::string_view f, size_t i, bool emit, bool in_choice, Ctx& ctx, std::string& out);
@@ -249,8 +272,13 @@ size_t Render(std::string_view f, size_t i, bool emit, bool in_choice, Ctx& ctx,
         ++i;
       }
     } else {
-      if (emit) out += c;
-      ++i;
+      // A run of plain text up to the next character with a meaning.
+      size_t end = i + 1;
+      while (end < f.size() && f[end] != '%' && f[end] != '{' &&
+             !(in_choice && (f[end] == '|' || f[end] == '}')))
+        ++end;
+      if (emit) out.append(f.substr(i, end - i));
+      i = end;
     }
   }
   return i;
@@ -261,8 +289,11 @@ size_t Render(std::string_view f, size_t i, bool emit, bool in_choice, Ctx& ctx,
 TString& TString::Format(std::string_view format, std::initializer_list<FormatArg> args) {
   Ctx ctx{std::span<const FormatArg>(args.begin(), args.size())};
   std::string out;
+  out.reserve(format.size() + 16);
   Render(format, 0, true, false, ctx, out);
-  return Set(out);
+  // Every piece is well-formed except what a malformed format brings in.
+  text_ = utf8::IsValid(out) ? std::move(out) : utf8::Sanitize(out);
+  return *this;
 }
 
 TString& TString::FormatKeyed(uint16_t table, zelkor::FourCC key,

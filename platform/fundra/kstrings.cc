@@ -248,7 +248,10 @@ std::string DumpKStrings() {
   for (const auto& [slot, text] : t.texts) {
     if (int32_t(slot >> 32) != table) {
       table = int32_t(slot >> 32);
-      out += "[" + std::to_string(table) + "]\n";
+      // Appended piecewise: g++ 12 warns falsely about "[" + std::to_string(...) at -O2.
+      out += '[';
+      out += std::to_string(table);
+      out += "]\n";
     }
     zelkor::FourCC key = zelkor::FourCC(slot);
     std::string shown = zelkor::fcString(key);

@@ -56,6 +56,11 @@ void Append(std::string& out, char32_t cp) {
 bool IsValid(std::string_view text) {
   char32_t cp;
   for (size_t i = 0; i < text.size();) {
+    // Plain ASCII (the bulk of every format) needs no decoding, only the NUL test.
+    if (uint8_t(text[i]) - 1u < 0x7Fu) {
+      ++i;
+      continue;
+    }
     int n = Decode(text, i, &cp);
     if (n == 0) return false;
     i += n;

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 namespace fundra {
 namespace {
 
@@ -155,6 +157,49 @@ TEST(TDateTest, SetToCurrentFollowsTheFixedTimeUntilCleared) {
   d.SetToCurrent();
   EXPECT_GE(d.GetYear(), 2024);
   EXPECT_NE(d, TDate(2030, 6, 1, 12));
+}
+
+// The model: days counted by the civil-calendar formulas (era arithmetic), independent of the
+// library's calendar code.
+int64_t DaysFromCivil(int64_t y, int64_t m, int64_t d) {
+  y -= m <= 2;
+  int64_t era = (y >= 0 ? y : y - 399) / 400;
+  int64_t yoe = y - era * 400;
+  int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + doe - 306;  // 0 is 1970-01-01
+}
+
+struct ModelDate {
+  int64_t y, m, d, ms;  // ms of the day
+  int64_t Total() const {
+    return (DaysFromCivil(y, m, d) - DaysFromCivil(1, 1, 1)) * 86400000 + ms;
+  }
+};
+
+TEST(TDateTest, RandomStepsAgreeWithACivilCalendarModel) {
+  const uint32_t seed = std::random_device()();
+  std::mt19937 rng(seed);
+  auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  for (int round = 0; round < 20000; ++round) {
+    ModelDate m{pick(1600, 3000), pick(1, 12), 1, pick(0, 86399999)};
+    m.d = pick(1, MonthLength(int(m.y), int(m.m)));
+    TDate d(int32_t(m.y), int32_t(m.m), int32_t(m.d), int32_t(m.ms / 3600000),
+            int32_t(m.ms / 60000 % 60), int32_t(m.ms / 1000 % 60), int32_t(m.ms % 1000));
+    ASSERT_EQ((d - TDate()).GetMilliseconds(), m.Total()) << "seed " << seed << " " << d.Dump();
+    TDateStep step(pick(-5, 5), pick(-30, 30), pick(-10, 10), pick(-400, 400), pick(-48, 48),
+                   pick(-120, 120), pick(-200, 200), pick(-5000, 5000));
+    // Model: the calendar part with the month-end rule, then the exact length.
+    int64_t months = m.y * 12 + (m.m - 1) + step.GetYears() * 12 + step.GetMonths();
+    ModelDate cal{months / 12, months % 12 + 1, 0, m.ms};
+    cal.d = std::min<int64_t>(m.d, MonthLength(int(cal.y), int(cal.m)));
+    int64_t expect = cal.Total() + step.GetDays() * 86400000 + step.GetHours() * 3600000LL +
+                     step.GetMinutes() * 60000LL + step.GetSeconds() * 1000LL +
+                     step.GetMilliseconds();
+    TDate got = d + step;
+    ASSERT_EQ((got - TDate()).GetMilliseconds(), expect)
+        << "seed " << seed << " round " << round << ": " << d.Dump() << " + " << step.Dump();
+  }
 }
 
 template <class T>

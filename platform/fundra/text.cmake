@@ -5,6 +5,7 @@ zove_area(fundra_text
     ${CMAKE_CURRENT_LIST_DIR}/tstring.cc
     ${CMAKE_CURRENT_LIST_DIR}/kstrings.cc
     ${CMAKE_CURRENT_LIST_DIR}/format.cc
+    ${CMAKE_CURRENT_LIST_DIR}/scan.cc
     ${CMAKE_CURRENT_LIST_DIR}/tdate.cc
     ${CMAKE_CURRENT_LIST_DIR}/dialogs.cc
     ${CMAKE_CURRENT_LIST_DIR}/resource.cc

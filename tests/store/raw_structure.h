@@ -126,8 +126,8 @@ inline RandomShape rawRandom(fundra::ElementSpace* sp, std::mt19937& rng, bool a
   return shape;
 }
 
-// True when the structures from a and b are the same graph: headers (but the kept flag), data,
-// items, blob bytes and list lengths equal, and references corresponding one to one.
+// True when the structures from a and b are the same graph: headers (but owner and kept flag),
+// data, items, blob bytes and list lengths equal, and references corresponding one to one.
 inline bool sameGraph(const fundra::ElementSpace* sp, int32_t a, int32_t b, std::string* why) {
   std::map<int32_t, int32_t> ab, ba;
   std::vector<std::pair<int32_t, int32_t>> todo{{a, b}};
@@ -148,7 +148,7 @@ inline bool sameGraph(const fundra::ElementSpace* sp, int32_t a, int32_t b, std:
     DLView vx, vy;
     if (dlOpen(sp, x, &vx) != 0 || dlOpen(sp, y, &vy) != 0) return *why = "not a DL", false;
     if (vx.head->uType != vy.head->uType || vx.head->dataSize != vy.head->dataSize ||
-        vx.head->count != vy.head->count || vx.head->owner != vy.head->owner ||
+        vx.head->count != vy.head->count ||
         (vx.head->flags & ~kKeptFlag) != (vy.head->flags & ~kKeptFlag) ||
         std::memcmp(vx.data, vy.data, size_t(vx.head->dataSize)) != 0)
       return *why = "header of " + std::to_string(x), false;

@@ -1,0 +1,139 @@
+#include "tests/store/store_fixture.h"
+
+namespace zt {
+namespace {
+
+// A controller as a database object behaves towards the store: on XTSL it binds to the module
+// DL and registers; on XTSD it registers (making its module DL) if it has none yet.
+struct Ctl {
+  std::vector<std::string>* trace;
+  Word sig;
+  int32_t dl;
+};
+ClassRec* gCtlClass;
+
+Word ctlNotice(Object* self, const Msg& m) {
+  Ctl* c = instanceData<Ctl>(self, gCtlClass);
+  Object* store = asObject(m.w[0]);
+  if (m.sel == fc("XTSL") && m.w[1] == c->sig) {
+    c->dl = i32(m.w[2]);
+    c->trace->push_back("XTSL " + std::to_string(c->dl));
+    send(store, fc("TSRM"), c->sig, self);
+  } else if (m.sel == fc("XTSD")) {
+    c->trace->push_back("XTSD");
+    if (c->dl == 0) {
+      c->dl = i32(send(store, fc("TSNM"), c->sig, 0));
+      send(store, fc("TSRM"), c->sig, self);
+    }
+  }
+  return 0;
+}
+
+Object* newCtl(std::vector<std::string>* trace, FourCC sig) {
+  if (!gCtlClass) {
+    gCtlClass = makeSubclass(rootClass(), fc("tCtl"), sizeof(Ctl));
+    Defn(gCtlClass, fc("XTSL"), ctlNotice);
+    Defn(gCtlClass, fc("XTSD"), ctlNotice);
+  }
+  Object* o = asObject(send(gCtlClass->classObject, fc("New ")));
+  *instanceData<Ctl>(o, gCtlClass) = {trace, toWord(sig), 0};
+  return o;
+}
+
+TEST(StoreRegistry, OneControllerPerSignatureAndOnlyItMayUnregister) {
+  Object* s = newStore();
+  std::vector<std::string> trace;
+  Object* first = newCtl(&trace, fc("PRO1"));
+  Object* second = newCtl(&trace, fc("PRO1"));
+  LogCapture cap;
+  EXPECT_EQ(S(s, fc("TSRM"), fc("PRO1"), first), 0);
+  EXPECT_EQ(S(s, fc("TSRM"), fc("PRO1"), second), kRefused);
+  EXPECT_EQ(S(s, fc("TSGM"), fc("PRO1")), objWord(first));
+  EXPECT_EQ(S(s, fc("TSUM"), fc("PRO1"), second), kRefused);
+  EXPECT_EQ(S(s, fc("TSUM"), fc("OPTS"), second), 0);  // nobody holds it
+  EXPECT_EQ(lines(cap), (std::vector<std::string>{
+                            "515 zoveRegMod: already have controller for 'PRO1'",
+                            "515 zoveUnregMod: wrong controller trying to unregister 'PRO1'"}));
+  EXPECT_EQ(S(s, fc("TSGM"), fc("PRO1")), objWord(first));
+  EXPECT_EQ(S(s, fc("TSUM"), fc("PRO1"), first), 0);
+  EXPECT_EQ(S(s, fc("TSGM"), fc("PRO1")), 0);
+  EXPECT_EQ(S(s, fc("TSRM"), fc("PRO1"), second), 0);
+
+  // A DL owned by a module DL leads to the controller registered for its signature.
+  int32_t mod = i32(S(s, fc("TSNM"), fc("PRO1"), 0));
+  int32_t dl = i32(S(s, fc("TSDN"), fc("item"), 0, mod));
+  EXPECT_EQ(S(s, fc("TSCM"), dl), objWord(second));
+  S(s, fc("Dspo"));
+}
+
+TEST(StoreRegistry, ModuleSelectorsNeedAnInstalledSoundStore) {
+  Object* s = newStore();
+  std::vector<std::string> trace;
+  Object* ctl = newCtl(&trace, fc("PRO1"));
+  int32_t pro = i32(S(s, fc("TSNM"), fc("PRO1"), 4));
+  EXPECT_EQ(S(s, fc("TSDM"), fc("PRO1")), kNoSpace);
+  EXPECT_EQ(S(s, fc("TSAM"), ctl, fc("PRO1")), kNoSpace);
+  EXPECT_EQ(S(s, fc("TSTM")), kNoSpace);
+  EXPECT_TRUE(trace.empty());
+
+  std::vector<std::string> notices;
+  Object* listener = newListener(&notices);
+  ASSERT_EQ(S(s, fc("TSIn"), kChannel, 1), 0);
+  EXPECT_EQ(S(s, fc("TSDM"), fc("PRO1")), pro);
+  EXPECT_EQ(S(s, fc("TSDM"), fc("OPTS")), kNoItem);
+  notices.clear();
+  EXPECT_EQ(S(s, fc("TSTM")), 0);
+  EXPECT_EQ(notices, std::vector<std::string>{"XTSI"});
+
+  // A controller added late hears of its module DL as install would have told it.
+  EXPECT_EQ(S(s, fc("TSAM"), ctl, fc("PRO1")), 0);
+  EXPECT_EQ(trace, (std::vector<std::string>{"XTSL " + std::to_string(pro), "XTSD"}));
+  EXPECT_EQ(S(s, fc("TSGM"), fc("PRO1")), objWord(ctl));
+  LogCapture cap;
+  EXPECT_EQ(S(s, fc("TSAM"), ctl, fc("PRO1")), kRefused);
+  EXPECT_TRUE(cap.contains("zoveAddMod: already have controller for 'PRO1'"));
+  // One without a module DL makes its own.
+  Object* late = newCtl(&trace, fc("SCDS"));
+  EXPECT_EQ(S(s, fc("TSAM"), late, fc("SCDS")), 0);
+  int32_t scds = i32(S(s, fc("TSDM"), fc("SCDS")));
+  EXPECT_GT(scds, 0);
+  EXPECT_EQ(instanceData<Ctl>(late, gCtlClass)->dl, scds);
+
+  S(s, fc("TSDS"), -5);
+  EXPECT_EQ(S(s, fc("TSDM"), fc("PRO1")), kFaulted);
+  EXPECT_EQ(S(s, fc("TSAM"), late, fc("OPTS")), kFaulted);
+  EXPECT_EQ(S(s, fc("TSTM")), 0);
+  S(s, fc("Dspo"));
+  S(listener, fc("Dspo"));
+}
+
+TEST(StoreExtensions, EachKeyFindsOrMakesOneExtensionDLThroughATable) {
+  Object* s = newStore();
+  int32_t dl = i32(S(s, fc("TSDN"), fc("obj "), 0, 0));
+  EXPECT_EQ(S(s, fc("TSEX"), dl, fc("Mine"), 0), 0);
+  EXPECT_EQ(S(s, fc("TSCt"), dl), 0);
+
+  int32_t mine = i32(S(s, fc("TSEX"), dl, fc("Mine"), 1));
+  ASSERT_GT(mine, 0);
+  EXPECT_EQ(S(s, fc("TSDT"), mine), toWord(fc("TEx1")));
+  int32_t table = 0;
+  ASSERT_EQ(S(s, fc("TSAG"), dl, fc("_tx1"), &table), 0);
+  EXPECT_EQ(S(s, fc("TSDT"), table), toWord(fc("TxL1")));
+  EXPECT_EQ(S(s, fc("TSEX"), dl, fc("Mine"), 1), mine);
+  EXPECT_EQ(S(s, fc("TSEX"), dl, fc("Mine"), 0), mine);
+  int32_t yours = i32(S(s, fc("TSEX"), dl, fc("Your"), 1));
+  EXPECT_NE(yours, mine);
+  EXPECT_EQ(S(s, fc("TSCt"), table), 2);
+
+  // Tables held by handles are read and rewritten as part links, so duplicates copy them.
+  S(s, fc("TSHS"), dl, fc("_tx1"), table);
+  S(s, fc("TSHS"), table, fc("Mine"), mine);
+  EXPECT_EQ(S(s, fc("TSEX"), dl, fc("Mine"), 0), mine);
+  EXPECT_EQ(rawItem(s, dl, 0).kind, kPartLink);
+  EXPECT_EQ(S(s, fc("TSAG"), table, fc("Mine"), &table), 0);
+  expectSound(s);
+  S(s, fc("Dspo"));
+}
+
+}  // namespace
+}  // namespace zt

@@ -13,6 +13,7 @@ namespace fundra {
 
 ElementSpace::ElementSpace(int32_t tableStep, int32_t flags)
     : slots_(1, Slot{nullptr, 0, 0}), tableStep_(std::max(tableStep, 1)), flags_(flags) {
+  marks_.assign(1, 0);
   freeBlocks_.assign(kLmSmallMax / 8 + 1, nullptr);
 }
 
@@ -37,14 +38,17 @@ int32_t ElementSpace::Grow(int32_t n) {
     if (size_t(n) >= slots_.capacity()) {
       size_t want = std::min<size_t>(size_t(n) + size_t(tableStep_), size_t(kLmMaxNumber) + 1);
       slots_.reserve(std::max(want, 2 * slots_.capacity()));
+      marks_.reserve(slots_.capacity());
     }
     slots_.resize(size_t(n) + 1, Slot{nullptr, 0, 0});
+    marks_.resize(size_t(n) + 1, 0);
     for (size_t i = old; i < size_t(n); ++i) {
       freeNumbers_.push_back(int32_t(i));
       std::push_heap(freeNumbers_.begin(), freeNumbers_.end(), std::greater<int32_t>());
     }
   } catch (const std::bad_alloc&) {
     slots_.resize(old);
+    marks_.resize(old);
     return kLmNoMemory;
   }
   return 0;
@@ -63,11 +67,13 @@ int32_t ElementSpace::TakeNumber() {
   if (n == slots_.capacity()) {
     try {
       slots_.reserve(std::min(std::max(n + size_t(tableStep_), 2 * n), size_t(kLmMaxNumber) + 1));
+      marks_.reserve(slots_.capacity());
     } catch (const std::bad_alloc&) {
       return kLmNoMemory;
     }
   }
   slots_.push_back(Slot{nullptr, 0, 0});
+  marks_.push_back(0);
   return int32_t(n);
 }
 
@@ -77,6 +83,7 @@ void ElementSpace::TrimTable() {
   size_t end = slots_.size();
   while (end > 1 && !slots_[end - 1].at) --end;
   slots_.resize(end);
+  marks_.resize(end);
   size_t freeSlots = slots_.size() - 1 - size_t(live_);
   if (freeNumbers_.size() > 2 * freeSlots + 1024) RebuildFreeNumbers();
 }
@@ -90,10 +97,11 @@ void ElementSpace::RebuildFreeNumbers() {
 
 void ElementSpace::Free(int32_t n) {
   Slot& s = slots_[size_t(n)];
-  Release(s.at, s.size, s.mark & kLargeBit);
+  Release(s.at, s.size, s.flags & kLargeBit);
   --live_;
   liveBytes_ -= s.size;
   s = Slot{nullptr, 0, 0};
+  marks_[size_t(n)] = 0;
   freeNumbers_.push_back(n);
   std::push_heap(freeNumbers_.begin(), freeNumbers_.end(), std::greater<int32_t>());
 }
@@ -112,6 +120,8 @@ int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
     }
     std::memset(at, 0, size_t(size));
     slots_[size_t(n)] = Slot{at, size, large};
+    marks_[size_t(n)] = kUnmarked;
+    marks_[size_t(n)] = kUnmarked;
     ++live_;
     liveBytes_ += size;
     return 0;
@@ -119,13 +129,13 @@ int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
   Slot& s = slots_[size_t(n)];
   int32_t old = s.size;
   if (size == old) return 0;
-  uint32_t large = s.mark & kLargeBit;
+  uint32_t large = s.flags & kLargeBit;
   int64_t room = large ? LargeCap(s.at) : (int64_t(old) + 7) & ~int64_t(7);
   if (size == 0) {
     // Zero bytes need no block; dropping it moves nothing anyone can read.
     Release(s.at, old, large);
     s.at = Store(0, &large);
-    s.mark &= kEpochMask;
+    s.flags = 0;
   } else if (size <= room && (large || old > 0)) {
     // The block already holds the new size: no move. A small block gives back its cut tail.
     if (size > old) {
@@ -145,7 +155,7 @@ int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
     if (size > old) std::memset(at + old, 0, size_t(size - old));
     Release(s.at, old, large);
     s.at = at;
-    s.mark = (s.mark & kEpochMask) | newLarge;
+    s.flags = newLarge;
   }
   s.size = size;
   liveBytes_ += int64_t(size) - old;
@@ -168,6 +178,7 @@ int32_t ElementSpace::LmAddAssert(int32_t size, const void* source) {
     return n;
   }
   slots_[size_t(n)] = Slot{at, size, large};
+  marks_[size_t(n)] = kUnmarked;
   ++live_;
   liveBytes_ += size;
   return n;
@@ -198,9 +209,7 @@ int32_t ElementSpace::LmSwap(int32_t a, int32_t b) {
   Slot& y = slots_[size_t(b)];
   std::swap(x.at, y.at);
   std::swap(x.size, y.size);
-  uint32_t xl = x.mark & kLargeBit, yl = y.mark & kLargeBit;
-  x.mark = (x.mark & kEpochMask) | yl;
-  y.mark = (y.mark & kEpochMask) | xl;
+  std::swap(x.flags, y.flags);
   return 0;
 }
 
@@ -211,10 +220,11 @@ int32_t ElementSpace::LmNext(int32_t after) const {
 }
 
 int32_t ElementSpace::LmUnmark() {
-  if (++epoch_ > kEpochMask) {
-    // The epoch wrapped: clear every mark for real, once in two billion calls.
-    for (Slot& s : slots_) s.mark &= kLargeBit;
-    epoch_ = 1;
+  if (++epoch_ == 0) {
+    // The epoch wrapped: clear every mark for real, once in 254 calls.
+    for (uint8_t& m : marks_)
+      if (m) m = kUnmarked;
+    epoch_ = 2;
   }
   return 0;
 }
@@ -223,8 +233,9 @@ int32_t ElementSpace::LmCollect() {
   int32_t freed = 0;
   for (size_t n = 1; n < slots_.size(); ++n) {
     Slot& s = slots_[n];
-    if (!s.at || (s.mark & kEpochMask) == epoch_) continue;
-    Release(s.at, s.size, s.mark & kLargeBit);
+    if (!s.at || marks_[n] == epoch_) continue;
+    Release(s.at, s.size, s.flags & kLargeBit);
+    marks_[n] = 0;
     --live_;
     liveBytes_ -= s.size;
     s = Slot{nullptr, 0, 0};

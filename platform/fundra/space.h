@@ -5,7 +5,8 @@
 // outside the space. Freed numbers are reused, lowest first.
 //
 // Layout (see docs/foundation.md):
-//   number table  one 16-byte Slot per number 0..LmCount (slot 0 unused): address, size, mark.
+//   number table  one 16-byte Slot per number 0..LmCount (slot 0 unused): address, size, flags;
+//                 beside it one mark byte per number.
 //   arenas        elements up to kLmSmallMax bytes live in chunks (4 KiB growing to 1 MiB), each
 //                 in a block of its size rounded up to 8; freed blocks go to a free list per size.
 //   large blocks  bigger elements get one heap block each (a 16-byte prefix holds its capacity).
@@ -23,7 +24,8 @@
 // Invariants (LmCheck lists every violation):
 //   1. Slot 0 is never live; LmCount is the highest live number (0 when empty), and the table
 //      has no slot above it.
-//   2. A free slot has no address, size 0, no mark and no large-block flag.
+//   2. There is one mark byte per slot; it is 0 exactly when the slot is free. A free slot has
+//      no address, size 0 and no large-block flag.
 //   3. A live slot of size 0 points at the empty block. A live small slot (no large-block flag)
 //      has a size of at most kLmSmallMax and lies wholly inside one chunk at an 8-aligned
 //      offset. A live large slot's block holds at least its size.
@@ -168,9 +170,9 @@ class ElementSpace {
 
  private:
   struct Slot {
-    uint8_t* at;    // nullptr when free
-    int32_t size;   // bytes; 0 when free
-    uint32_t mark;  // kLargeBit: the element has a block of its own; low bits == epoch_: marked
+    uint8_t* at;     // nullptr when free
+    int32_t size;    // bytes; 0 when free
+    uint32_t flags;  // kLargeBit: the element has a block of its own
   };
   struct Chunk {
     uint8_t* base;
@@ -179,8 +181,7 @@ class ElementSpace {
   struct FreeBlock {
     FreeBlock* next;
   };
-  static constexpr uint32_t kLargeBit = 0x80000000u;
-  static constexpr uint32_t kEpochMask = 0x7fffffffu;
+  static constexpr uint32_t kLargeBit = 1;
   static uint8_t emptyBlock_[16];  // the address of every element of 0 bytes
 
   int32_t Reach(int32_t n) const;  // 0, kLmBadNumber or kLmNotLive
@@ -199,7 +200,12 @@ class ElementSpace {
 
   std::vector<Slot> slots_;
   std::vector<int32_t> freeNumbers_;  // min-heap; may hold stale entries, checked when taken
-  uint32_t epoch_ = 1;
+  // Marks apart from the slots: a walk tests far more marks than it reads elements, and a byte
+  // per number stays in cache where 16-byte slots cannot. The byte also tells liveness, so
+  // LmMark never reads a slot: 0 free, kUnmarked or an old epoch live, epoch_ marked.
+  static constexpr uint8_t kUnmarked = 1;
+  std::vector<uint8_t> marks_;
+  uint8_t epoch_ = 2;
   int32_t live_ = 0;
   int64_t liveBytes_ = 0;
   int32_t tableStep_;
@@ -239,17 +245,19 @@ inline int32_t ElementSpace::LmSize(int32_t n) const {
 inline int32_t ElementSpace::LmTest(int32_t n) const { return Reach(n); }
 
 inline int32_t ElementSpace::LmMark(int32_t n) {
-  int32_t r = Reach(n);
-  if (r != 0) return r;
-  Slot& s = slots_[size_t(n)];
-  if ((s.mark & kEpochMask) == epoch_) return 0;
-  s.mark = (s.mark & kLargeBit) | epoch_;
+  if (n <= 0 || n >= int32_t(marks_.size())) return Reach(n);
+  uint8_t& m = marks_[size_t(n)];
+  if (m == 0) return kLmNotLive;
+  if (m == epoch_) return 0;
+  m = epoch_;
+  // A caller that marks an element is about to read it: start fetching its slot now.
+  __builtin_prefetch(&slots_[size_t(n)]);
   return 1;
 }
 
 inline int32_t ElementSpace::LmMarked(int32_t n) const {
   int32_t r = Reach(n);
-  return r != 0 ? r : (slots_[size_t(n)].mark & kEpochMask) == epoch_ ? 1 : 0;
+  return r != 0 ? r : marks_[size_t(n)] == epoch_ ? 1 : 0;
 }
 
 inline void ElementSpace::LmPrefetch(int32_t n, bool bytes) const {

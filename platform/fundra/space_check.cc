@@ -50,6 +50,9 @@ std::vector<std::string> ElementSpace::LmCheck() const {
     Findings f(&out);
     CheckStorage(&out);
     if (slots_.empty() || slots_[0].at) f.Add(1, "slot 0 is live or missing");
+    if (marks_.size() != slots_.size())
+      f.Add(2, std::to_string(marks_.size()) + " mark bytes for " + std::to_string(slots_.size()) +
+                   " slots");
     if (slots_.size() > 1 && !slots_.back().at)
       f.Add(1, "the last number " + std::to_string(slots_.size() - 1) + " is free");
 
@@ -63,10 +66,12 @@ std::vector<std::string> ElementSpace::LmCheck() const {
       if (s.at) {
         ++live;
         bytes += s.size;
+        if (n < marks_.size() && marks_[n] == 0)
+          f.Add(2, "live number " + std::to_string(n) + " has a free mark byte");
         continue;
       }
-      if (s.size != 0 || s.mark != 0)
-        f.Add(2, "free number " + std::to_string(n) + " has a size or a mark");
+      if (s.size != 0 || s.flags != 0 || (n < marks_.size() && marks_[n] != 0))
+        f.Add(2, "free number " + std::to_string(n) + " has a size, flags or a mark byte");
       if (!listed[n]) f.Add(5, "free number " + std::to_string(n) + " is not on the free list");
     }
     if (lockDepth_ < 0) f.Add(7, "lock depth " + std::to_string(lockDepth_));
@@ -103,7 +108,7 @@ void ElementSpace::CheckStorage(std::vector<std::string>* out) const {
       f.Add(3, who + " has size " + std::to_string(s.size));
       continue;
     }
-    if (s.mark & kLargeBit) {
+    if (s.flags & kLargeBit) {
       int64_t cap = LargeCap(s.at);
       if (cap < s.size) f.Add(3, who + " outgrew its block of " + std::to_string(cap));
       spans.push_back({s.at - 16, s.at + std::max<int64_t>(cap, 0), int32_t(n)});
@@ -139,14 +144,17 @@ int32_t ElementSpace::LmValid() const { return LmCheck().empty() ? 0 : kLmDamage
 
 int32_t ElementSpace::LmRepair() {
   if (slots_.empty()) slots_.push_back(Slot{nullptr, 0, 0});
+  marks_.resize(slots_.size(), 0);
   live_ = 0;
   liveBytes_ = 0;
   for (size_t n = 1; n < slots_.size(); ++n) {
     Slot& s = slots_[n];
     if (!s.at) {
       s = Slot{nullptr, 0, 0};
+      marks_[n] = 0;
       continue;
     }
+    if (marks_[n] == 0) marks_[n] = kUnmarked;
     ++live_;
     liveBytes_ += s.size;
   }
@@ -181,8 +189,8 @@ std::string ElementSpace::LmDump(int32_t limit) const {
       break;
     }
     std::snprintf(line, sizeof line, "  %6zu %7d bytes%s%s ", n, s.size,
-                  (s.mark & kEpochMask) == epoch_ ? " marked" : "",
-                  (s.mark & kLargeBit) ? " large" : "");
+                  n < marks_.size() && marks_[n] == epoch_ ? " marked" : "",
+                  (s.flags & kLargeBit) ? " large" : "");
     out += line;
     for (int32_t i = 0; i < std::min(s.size, 16); ++i) {
       std::snprintf(line, sizeof line, " %02x", s.at[i]);

@@ -27,7 +27,7 @@ alignas(16) uint8_t ElementSpace::emptyBlock_[16];
 
 ElementSpace::~ElementSpace() {
   for (const Slot& s : slots_)
-    if (s.at && (s.mark & kLargeBit)) std::free(s.at - kLargePrefix);
+    if (s.at && (s.flags & kLargeBit)) std::free(s.at - kLargePrefix);
   for (const Chunk& c : chunks_) std::free(c.base);
 }
 
@@ -110,7 +110,7 @@ int32_t ElementSpace::LmCompress() {
   size_t total = 0;
   for (Slot& s : slots_) {
     if (!s.at || s.size == 0) continue;
-    if (!(s.mark & kLargeBit) || s.size <= kLmSmallMax) {
+    if (!(s.flags & kLargeBit) || s.size <= kLmSmallMax) {
       total += BlockBytes(s.size);
     } else if (LargeCap(s.at) > s.size) {
       int64_t old = LargeCap(s.at);
@@ -137,18 +137,21 @@ int32_t ElementSpace::LmCompress() {
   size_t off = 0;
   for (Slot& s : slots_) {
     if (!s.at || s.size == 0) continue;
-    bool large = s.mark & kLargeBit;
+    bool large = s.flags & kLargeBit;
     if (large && s.size > kLmSmallMax) continue;
     std::memcpy(base + off, s.at, size_t(s.size));
     if (large) Release(s.at, s.size, kLargeBit);
     s.at = base + off;
-    s.mark &= kEpochMask;
+    s.flags = 0;
     off += BlockBytes(s.size);
   }
   for (const Chunk& c : chunks_) std::free(c.base);
   chunks_.clear();
   // The table's growth room goes too: a compressed space is one about to be kept, not filled.
-  if (slots_.capacity() > slots_.size() + slots_.size() / 8) slots_.shrink_to_fit();
+  if (slots_.capacity() > slots_.size() + slots_.size() / 8) {
+    slots_.shrink_to_fit();
+    marks_.shrink_to_fit();
+  }
   freeNumbers_.shrink_to_fit();
   std::fill(freeBlocks_.begin(), freeBlocks_.end(), nullptr);
   chunkBytes_ = int64_t(total);
@@ -163,7 +166,8 @@ int32_t ElementSpace::LmCompress() {
 int64_t ElementSpace::LmHeapBytes() const { return chunkBytes_ + largeBytes_; }
 
 int64_t ElementSpace::LmTableBytes() const {
-  return int64_t(slots_.capacity() * sizeof(Slot) + freeNumbers_.capacity() * sizeof(int32_t) +
+  return int64_t(slots_.capacity() * sizeof(Slot) + marks_.capacity() +
+                 freeNumbers_.capacity() * sizeof(int32_t) +
                  (handed_.capacity() + pending_.capacity()) * sizeof(uint64_t));
 }
 

@@ -22,6 +22,12 @@ TEST(ElementSpaceMarks, MarkAnswersNewlyThenAlreadyAndUnmarkClearsAll) {
   s.LmRemove(b);
   EXPECT_EQ(s.LmAddAssert(4), b);
   EXPECT_EQ(s.LmMarked(b), 0);
+  // Unmarking many times over never lets an old mark count as a new one.
+  for (int round = 0; round < 600; ++round) {
+    s.LmUnmark();
+    ASSERT_EQ(s.LmMarked(a), 0) << round;
+    ASSERT_EQ(s.LmMark(round % 2 ? a : b), 1) << round;
+  }
 }
 
 TEST(ElementSpaceMarks, CollectFreesUnmarkedElementsOnlyAndTheirNumbersComeBack) {

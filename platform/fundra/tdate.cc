@@ -18,9 +18,8 @@ constexpr int64_t kMsPerDay = 86400000;
 constexpr chr::sys_days kFirstDay = chr::sys_days(chr::year(1) / chr::January / 1);
 constexpr int64_t kDayCount =
     (chr::sys_days(chr::year(10000) / chr::January / 1) - kFirstDay).count();
-constexpr int64_t kEndMs = kDayCount * kMsPerDay;  // one past the last millisecond
-
-int64_t Clamp(int64_t ms) { return std::clamp<int64_t>(ms, 0, kEndMs - 1); }
+static_assert(kDayCount * kMsPerDay == TDate::kEndMs);
+constexpr int64_t kEndMs = TDate::kEndMs;
 
 chr::year_month_day Ymd(int64_t days) { return chr::year_month_day(kFirstDay + chr::days(days)); }
 
@@ -130,34 +129,15 @@ void TDate::SetMillisecond(int32_t millisecond) {
   Set(GetYear(), GetMonth(), GetDay(), GetHour(), GetMinute(), GetSecond(), millisecond);
 }
 
-TDate& TDate::operator+=(const TInterval& i) {
-  ms_ = Clamp(ms_ + i.GetMilliseconds());
-  return *this;
-}
-
-TDate& TDate::operator+=(const TDateStep& step) {
-  step.AddTo(*this, 1);
-  return *this;
-}
-
-TDate& TDate::operator-=(const TDateStep& step) {
-  step.AddTo(*this, -1);
-  return *this;
-}
-
-void TDateStep::AddTo(TDate& d, int sign) const {
-  if (f_[0] != 0 || f_[1] != 0) {
-    // Calendar part first, with the month-end rule of SetFields.
-    auto ymd = Ymd(d.Days());
-    int64_t months = int64_t(int32_t(ymd.year())) * 12 + (unsigned(ymd.month()) - 1) +
-                     sign * (int64_t(f_[0]) * 12 + f_[1]);
-    int64_t year = months >= 0 ? months / 12 : -1;
-    int32_t month = int32_t(months - year * 12) + 1;
-    int32_t y = int32_t(std::clamp<int64_t>(year, 0, 10000));
-    d.SetFields(y, month, int32_t(unsigned(ymd.day())), d.MsOfDay());
-  }
-  int64_t fixed = ((GetDays() * 24 + f_[4]) * 60 + f_[5]) * 60000 + int64_t(f_[6]) * 1000 + f_[7];
-  d.ms_ = Clamp(d.ms_ + sign * fixed);
+void TDateStep::AddCalendar(TDate& d, int sign) const {
+  auto ymd = Ymd(d.Days());
+  int64_t months = int64_t(int32_t(ymd.year())) * 12 + (unsigned(ymd.month()) - 1) +
+                   sign * (int64_t(f_[0]) * 12 + f_[1]);
+  // Below year 1 SetFields stops at the first instant, past 9999 at the last.
+  int64_t year = months >= 0 ? months / 12 : -1;
+  int32_t month = int32_t(months - year * 12) + 1;
+  int32_t y = int32_t(std::clamp<int64_t>(year, 0, 10000));
+  d.SetFields(y, month, int32_t(unsigned(ymd.day())), d.MsOfDay());
 }
 
 // --- export forms ---

@@ -58,6 +58,9 @@ class TInterval {
 
 class TDate {
  public:
+  // One past the last millisecond of the calendar: 0001-01-01 to 10000-01-01 is 3652059 days.
+  static constexpr int64_t kEndMs = 3652059LL * 86400000;
+
   TDate() = default;
   TDate(int32_t year, int32_t month, int32_t day, int32_t hour = 0, int32_t minute = 0,
         int32_t second = 0, int32_t millisecond = 0) {
@@ -100,7 +103,10 @@ class TDate {
   TInterval operator-(const TDate& o) const { return TInterval::Milliseconds(ms_ - o.ms_); }
   TDate& operator+=(const TDateStep& step);
   TDate& operator-=(const TDateStep& step);
-  TDate& operator+=(const TInterval& i);
+  TDate& operator+=(const TInterval& i) {
+    ms_ = Clamp(ms_ + i.GetMilliseconds());
+    return *this;
+  }
   TDate& operator-=(const TInterval& i) { return *this += -i; }
   TDate operator+(const TDateStep& step) const { return TDate(*this) += step; }
   TDate operator-(const TDateStep& step) const { return TDate(*this) -= step; }
@@ -118,6 +124,7 @@ class TDate {
 
  private:
   friend class TDateStep;
+  static int64_t Clamp(int64_t ms) { return ms < 0 ? 0 : ms >= kEndMs ? kEndMs - 1 : ms; }
   int64_t Days() const { return ms_ / 86400000; }
   int64_t MsOfDay() const { return ms_ % 86400000; }
   void SetFields(int32_t year, int32_t month, int32_t day, int64_t ms_of_day);
@@ -164,9 +171,26 @@ class TDateStep {
 
  private:
   friend class TDate;
-  void AddTo(TDate& d, int sign) const;
+  // Moves d by the years and months (sign 1 or -1), with the month-end rule.
+  void AddCalendar(TDate& d, int sign) const;
+  int64_t FixedMs() const {
+    return ((GetDays() * 24 + f_[4]) * 60 + f_[5]) * 60000 + int64_t(f_[6]) * 1000 + f_[7];
+  }
   int32_t f_[8] = {};
 };
+
+// Inline: stepping dates is the inner loop of schedule walks.
+inline TDate& TDate::operator+=(const TDateStep& step) {
+  if (step.f_[0] != 0 || step.f_[1] != 0) step.AddCalendar(*this, 1);
+  ms_ = Clamp(ms_ + step.FixedMs());
+  return *this;
+}
+
+inline TDate& TDate::operator-=(const TDateStep& step) {
+  if (step.f_[0] != 0 || step.f_[1] != 0) step.AddCalendar(*this, -1);
+  ms_ = Clamp(ms_ - step.FixedMs());
+  return *this;
+}
 
 // Fixes the time SetToCurrent gives (for hosts and tests); ClearFixedNow returns to the clock.
 void SetFixedNow(const TDate& now);

@@ -133,11 +133,14 @@ void TDateStep::AddCalendar(TDate& d, int sign) const {
   auto ymd = Ymd(d.Days());
   int64_t months = int64_t(int32_t(ymd.year())) * 12 + (unsigned(ymd.month()) - 1) +
                    sign * (int64_t(f_[0]) * 12 + f_[1]);
-  // Below year 1 SetFields stops at the first instant, past 9999 at the last.
-  int64_t year = months >= 0 ? months / 12 : -1;
-  int32_t month = int32_t(months - year * 12) + 1;
-  int32_t y = int32_t(std::clamp<int64_t>(year, 0, 10000));
-  d.SetFields(y, month, int32_t(unsigned(ymd.day())), d.MsOfDay());
+  // Before year 1 the date stops at the first instant, past 9999 at the last.
+  if (months < 12 || months >= int64_t(10000) * 12) {
+    d.ms_ = months < 12 ? 0 : TDate::kEndMs - 1;
+    return;
+  }
+  chr::year_month ym(chr::year(int(months / 12)), chr::month(unsigned(months % 12 + 1)));
+  chr::day day = std::min(ymd.day(), (ym / chr::last).day());
+  d.ms_ = (chr::sys_days(ym / day) - kFirstDay).count() * kMsPerDay + d.MsOfDay();
 }
 
 // --- export forms ---

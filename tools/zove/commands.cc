@@ -6,10 +6,11 @@ namespace zove::cli {
 
 const std::vector<Command>& commands() {
   static const std::vector<Command> table = {
-      {"classes", "list the classes that booted and their selectors", "classes",
-       "Prints every class the framework booted, with its superclass, its instance bytes, the\n"
-       "boot procedure that made it and the selectors it defines itself.",
-       cmdClasses},
+      {"demo", "a tour of what zove does (what `make run` runs)", "demo [FILE]",
+       "Creates a store file (FILE, or /tmp/zove-demo.zove, replaced on each run), fills it with\n"
+       "a small structure, collects, checks, exports and re-imports part of it, saves, reopens,\n"
+       "and says what each step did. The file stays for the other commands to look at.",
+       cmdDemo},
       {"shell", "run a Lua script against the module, or a prompt", "shell [-v] [SCRIPT [ARGS...]]",
        "Runs SCRIPT (Lua 5.4) with the table 'zove' that sends selectors to the module's objects\n"
        "and makes the values they take (docs/shell.md). ARGS reach the script as '...' and as\n"
@@ -18,8 +19,42 @@ const std::vector<Command>& commands() {
        "exit status is 1.\n\n"
        "  -v   also print log lines on stderr as they are written (the prompt always does)",
        cmdShell},
-      {"demo", "a tour of what zove does (what `make run` runs)", "demo",
-       "Boots the module and shows what it offers.", cmdClasses},
+      {"stat", "what a store file holds, in numbers", "stat FILE",
+       "Prints the store version, the elements by kind (DLs, blobs, lists, and what DL 1 no\n"
+       "longer reaches), the modules of the root's 'mods' list (signature and DL), and the\n"
+       "records of the record file. Opens the file read-only.",
+       cmdStat},
+      {"check", "run the store's integrity check on a file", "check FILE [--expect-version N]",
+       "Opens FILE read-only, installs the store with the version its root holds (or N), runs\n"
+       "the integrity check (TSCk) and prints what the log and the assertions reported.\n"
+       "Exit status 0 when the store is sound, 1 when it is not or cannot be installed.",
+       cmdCheck},
+      {"dump", "every DL of a file, readable", "dump FILE [DL...] [--json]",
+       "Prints each DL's header, data area and items (key, kind, and the value or referent;\n"
+       "strings and dates decoded). Without DL numbers: every DL reachable from DL 1, in\n"
+       "breadth-first order. --json prints the same as one JSON object for tools.",
+       cmdDump},
+      {"graph", "the DL graph as Graphviz dot", "graph FILE [DL] [--depth N]",
+       "Prints the DLs reachable from DL (default 1), to N references deep, as a dot graph:\n"
+       "handles solid, part links bold from a diamond, list elements blue, weak references grey\n"
+       "and dashed; shared DLs have a double border. Try: zove graph FILE | dot -Tsvg > g.svg",
+       cmdGraph},
+      {"gc", "collect what nothing reaches and save", "gc FILE",
+       "Installs the store, collects every DL, blob, list and record that DL 1 no longer\n"
+       "reaches, compacts and saves (HChg), and says how much was freed.",
+       cmdGc},
+      {"export", "write a DL's structure as an exchange stream", "export FILE DL OUT",
+       "Writes DL and everything it refers to as an exchange stream (TSEx) to the file OUT.\n"
+       "The DL may not be a shared DL (a stored object) itself.",
+       cmdExport},
+      {"import", "read an exchange stream into a DL and save", "import FILE DL IN",
+       "Reads the exchange stream IN over DL (TSIm), which must be reachable from DL 1 so that\n"
+       "the save keeps it, and saves the file.",
+       cmdImport},
+      {"classes", "list the classes that booted and their selectors", "classes",
+       "Prints every class the framework booted, with its superclass, its instance bytes, the\n"
+       "boot procedure that made it and the selectors it defines itself.",
+       cmdClasses},
   };
   return table;
 }

@@ -17,7 +17,17 @@ struct Command {
 const std::vector<Command>& commands();
 const Command* findCommand(const char* name);
 
-int cmdClasses(int argc, char** argv);
-int cmdShell(int argc, char** argv);
+// Exit status of every subcommand: 0 done (for check: sound), 1 failed (a missing, damaged or
+// refused file; for check: not sound), 2 bad arguments.
+int cmdClasses(int argc, char** argv);  // classes.cc
+int cmdShell(int argc, char** argv);    // shell.cc
+int cmdStat(int argc, char** argv);     // stat.cc
+int cmdCheck(int argc, char** argv);    // check.cc
+int cmdDump(int argc, char** argv);     // dump.cc
+int cmdGraph(int argc, char** argv);    // graph.cc
+int cmdGc(int argc, char** argv);       // gc.cc
+int cmdExport(int argc, char** argv);   // exchange.cc
+int cmdImport(int argc, char** argv);   // exchange.cc
+int cmdDemo(int argc, char** argv);     // demo.cc
 
 }  // namespace zove::cli

@@ -1,0 +1,285 @@
+// zove demo [FILE]: a tour of the store for a newcomer, and the file the other subcommands can be
+// tried on. Every step is a selector sent to the store, as the application's modules send them;
+// the text says what each step did and why it matters.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "platform/fundra/memory.h"
+#include "platform/fundra/tdate.h"
+#include "platform/fundra/tstring.h"
+#include "platform/zelkor/vhd.h"
+#include "platform/zelkor/zelkor.h"
+#include "store/zove.h"
+#include "tools/zove/commands.h"
+#include "tools/zove/storetool.h"
+
+namespace zove::cli {
+
+namespace {
+
+using zelkor::fc;
+using zelkor::i32;
+
+constexpr int32_t kVersion = 1;
+constexpr const char* kDefaultFile = "/tmp/zove-demo.zove";
+
+// The store the demo drives, with the few helpers that keep the tour readable. A failed step
+// ends the demo with the log lines that explain it.
+class Tour {
+ public:
+  explicit Tour(std::string path) : path_(std::move(path)) {}
+  ~Tour() { close(); }
+
+  bool failed() const { return failed_; }
+  Word store() const { return store_; }
+
+  // Sends a selector and checks the answer; `ok` tells which answers mean success.
+  template <class... A>
+  int32_t send(const char* what, bool (*ok)(int32_t), zelkor::FourCC sel, A... args) {
+    if (failed_) return 0;
+    int32_t r = i32(zelkor::send(store_, sel, args...));
+    if (!ok(r)) {
+      std::fprintf(stderr, "zove demo: %s: %s answered %d; the log said:\n", what,
+                   zelkor::fcString(sel).c_str(), r);
+      printLog(stderr, log_.take());
+      failed_ = true;
+    }
+    return r;
+  }
+  static bool zero(int32_t r) { return r == 0; }
+  static bool positive(int32_t r) { return r > 0; }
+  static bool any(int32_t) { return true; }
+
+  bool create() {
+    store_ = newStore();
+    send("making the store", zero, fc("HNew"), 0, kVersion);
+    if (failed_) return false;
+    if (int32_t rc = zelkor::vhdCreateFile(store_, path_)) return refuse("creating", rc);
+    return send("installing", zero, fc("TSIn"), kToolChannel, kVersion) == 0 && !failed_;
+  }
+
+  bool reopen() {
+    close();
+    store_ = newStore();
+    if (int32_t rc = zelkor::vhdOpenFile(store_, path_, zelkor::VhdOpenMode::kReadOnly))
+      return refuse("reopening", rc);
+    return send("installing again", zero, fc("TSIn"), kToolChannel, kVersion) == 0 && !failed_;
+  }
+
+  void close() {
+    if (store_ && zelkor::isLiveObject(store_)) zelkor::send(store_, fc("Dspo"));
+    store_ = 0;
+  }
+
+  fundra::ElementSpace* space() {
+    fundra::ElementSpace* s = nullptr;
+    zelkor::send(store_, fc("HGtH"), &s);
+    return s;
+  }
+  int32_t elements() { return space() ? space()->LmLiveCount() : 0; }
+
+  // A new DL of the type; kept until something links it.
+  int32_t newDL(const char* type, int32_t owner) {
+    return send("making a DL", positive, fc("TSDN"), zelkor::u32(code(type)), 0, owner);
+  }
+  void setString(int32_t dl, const char* key, const char* text) {
+    fundra::TString s(text);
+    send("writing a string", any, fc("TSSs"), dl, code(key), &s);
+  }
+  std::string getString(int32_t dl, const char* key) {
+    fundra::TString s;
+    send("reading a string", zero, fc("TSSg"), dl, code(key), &s);
+    return std::string(s.View());
+  }
+
+ private:
+  static zelkor::FourCC code(const char* s) {
+    return zelkor::FourCC(uint8_t(s[0])) << 24 | zelkor::FourCC(uint8_t(s[1])) << 16 |
+           zelkor::FourCC(uint8_t(s[2])) << 8 | zelkor::FourCC(uint8_t(s[3]));
+  }
+  Word newStore() {
+    Word s = zelkor::send(zelkor::ZelkorLookup(kZoveSig), fc("New "));
+    zelkor::send(s, fc("Setu"));
+    return s;
+  }
+  bool refuse(const char* what, int32_t rc) {
+    std::fprintf(stderr, "zove demo: %s %s: %s (%d)\n", what, path_.c_str(),
+                 zelkor::vhdCodeText(rc), rc);
+    printLog(stderr, log_.take());
+    failed_ = true;
+    return false;
+  }
+
+  std::string path_;
+  Word store_ = 0;
+  bool failed_ = false;
+  zelkor::LogCapture log_;
+};
+
+constexpr zelkor::FourCC k(const char (&s)[5]) { return fc(s); }
+
+// The garden project: a module DL, a project (a shared DL: a stored object of its own) with a
+// name, a due date, a budget, a person it refers to, a plan it owns (a part link) whose steps
+// are a list, and a record holding the plan's long description.
+struct Garden {
+  int32_t module = 0, project = 0, person = 0, plan = 0;
+  int32_t steps[3] = {};
+};
+
+bool buildGarden(Tour& t, Garden* g) {
+  g->module = t.send("adding the module", Tour::positive, k("TSNM"), k("DEMO"), 4);
+  g->person = t.newDL("Pers", g->module);
+  t.send("sharing", Tour::any, k("TSSS"), g->person);
+  t.setString(g->person, "Name", "Ada");
+  t.send("listing people", Tour::any, k("TSLN"), g->module, k("Peop"));
+  t.send("listing people", Tour::any, k("TSLA"), g->module, k("Peop"), g->person);
+
+  g->project = t.newDL("Proj", g->module);
+  t.send("sharing", Tour::any, k("TSSS"), g->project);
+  t.setString(g->project, "Name", "Garden shed");
+  fundra::TDate due(2027, 5, 1, 9, 0, 0, 0);
+  t.send("writing a date", Tour::any, k("TDtS"), g->project, k("Due "), &due);
+  t.send("writing a value", Tour::any, k("TSVS"), g->project, k("Budg"), 1200);
+  t.send("writing a handle", Tour::any, k("TSHS"), g->project, k("Lead"), g->person);
+  t.send("listing projects", Tour::any, k("TSLN"), g->module, k("Prjs"));
+  t.send("listing projects", Tour::any, k("TSLA"), g->module, k("Prjs"), g->project);
+
+  g->plan = t.newDL("Plan", 0);
+  t.send("writing a part link", Tour::any, k("TSAS"), g->project, k("Plan"), g->plan);
+  t.send("making the steps", Tour::any, k("TSLN"), g->plan, k("Step"));
+  const char* names[3] = {"Lay the base", "Raise the walls", "Put on the roof"};
+  const int32_t hours[3] = {6, 10, 4};
+  for (int i = 0; i < 3; ++i) {
+    g->steps[i] = t.newDL("Step", 0);
+    t.setString(g->steps[i], "Name", names[i]);
+    t.send("writing a value", Tour::any, k("TSVS"), g->steps[i], k("Hour"), hours[i]);
+    t.send("appending a step", Tour::any, k("TSLA"), g->plan, k("Step"), g->steps[i]);
+    if (i > 0)
+      t.send("writing a handle", Tour::any, k("TSHS"), g->steps[i - 1], k("Next"), g->steps[i]);
+  }
+  fundra::TMemory text;
+  const std::string words =
+      "Clear the corner by the hedge, level it, and keep the tools dry until the roof is on.";
+  text.SetSize(int32_t(words.size()));
+  std::memcpy(text.MemPtr(), words.data(), words.size());
+  t.send("writing a record", Tour::zero, k("TSRW"), g->project, k("Desc"), &text, 1);
+  return !t.failed();
+}
+
+int runTour(const std::string& path) {
+  Tour t(path);
+  std::printf("zove demo: a tour of the store, the persistent heap of typed data lists (DLs)\n\n");
+
+  std::printf("1. A new store file\n");
+  if (!t.create()) return 1;
+  std::printf("   Created %s with store version %d and installed the store.\n", path.c_str(),
+              kVersion);
+  std::printf("   A new store holds %d elements: the root DL 1 and its empty list of modules.\n\n",
+              t.elements());
+
+  std::printf("2. A small structure, built with selectors as the application's modules do\n");
+  Garden g;
+  if (!buildGarden(t, &g)) return 1;
+  std::printf("   module DL %d 'DEMO': the module's own DL, listed in the root's 'mods'\n",
+              g.module);
+  std::printf(
+      "   DL %d 'Proj' \"%s\": a shared DL (a stored object of its own) with a due\n"
+      "     date, a budget value, a handle to the person DL %d \"%s\", a record\n"
+      "     beside the heap for its long description, and a part link to its plan\n",
+      g.project, t.getString(g.project, "Name").c_str(), g.person,
+      t.getString(g.person, "Name").c_str());
+  std::printf(
+      "   DL %d 'Plan': a list of three steps (DLs %d, %d, %d), each step a handle to\n"
+      "     the next\n",
+      g.plan, g.steps[0], g.steps[1], g.steps[2]);
+  std::printf("   The store now holds %d elements: DLs, and the blobs and lists they own.\n\n",
+              t.elements());
+
+  std::printf("3. Collection: nothing is freed by hand\n");
+  int32_t note = t.newDL("Note", 0);
+  t.setString(note, "Text", "buy screws");
+  t.send("writing a handle", Tour::any, k("TSHS"), g.project, k("Scra"), note);
+  t.send("removing the item", Tour::any, k("TSUk"), g.project, k("Scra"));
+  int32_t before = t.elements();
+  t.send("collecting", Tour::zero, k("TSGC"));
+  if (t.failed()) return 1;
+  std::printf(
+      "   A note DL %d with a string was linked into the project and unlinked again:\n"
+      "   nothing reaches it now. TSGC marked what DL 1 reaches and freed the rest:\n"
+      "   %d elements before, %d after.\n\n",
+      note, before, t.elements());
+
+  std::printf("4. The integrity check\n");
+  int32_t sound = t.send("checking", Tour::any, k("TSCk"));
+  if (t.failed()) return 1;
+  std::printf("   TSCk walked every DL from the root and checked its layout: %s.\n\n",
+              sound == 1 ? "sound" : "NOT sound");
+  if (sound != 1) return 1;
+
+  std::printf("5. Export and import: moving a structure between stores\n");
+  fundra::TMemory stream;
+  t.send("exporting", Tour::zero, k("TSEx"), g.plan, &stream);
+  int32_t copy = t.newDL("Copy", 0);
+  t.send("writing a part link", Tour::any, k("TSAS"), g.project, k("Copy"), copy);
+  t.send("importing", Tour::zero, k("TSIm"), copy, &stream);
+  int32_t differs = t.send("comparing", Tour::any, k("TSDC"), g.plan, copy);
+  if (t.failed()) return 1;
+  std::printf(
+      "   TSEx wrote the plan (DL %d, its steps and their strings) as a stream of %d\n"
+      "   bytes; TSIm read it back into DL %d, which the project holds as 'Copy'.\n"
+      "   TSDC compared the copy with the plan: %s.\n\n",
+      g.plan, stream.GetSize(), copy,
+      differs == 0 ? "equal" : ("they differ at DL " + std::to_string(differs)).c_str());
+
+  std::printf("6. Save, close and reopen\n");
+  t.send("saving", Tour::zero, k("HChg"));
+  if (t.failed()) return 1;
+  int32_t saved = t.elements();
+  std::printf("   HChg collected once more and saved %d elements in one transaction.\n", saved);
+  if (!t.reopen()) return 1;
+  zelkor::FourCC modsKey = k("DEMO");
+  int32_t module = t.send("finding the module", Tour::positive, k("TSDM"), modsKey);
+  int32_t project = t.send("finding the project", Tour::positive, k("TSLE"), module, k("Prjs"), 0);
+  int32_t plan = 0;
+  t.send("reading the part link", Tour::zero, k("TSAG"), project, k("Plan"), &plan);
+  int32_t steps = t.send("counting steps", Tour::any, k("TSLC"), plan, k("Step"));
+  int32_t first = t.send("reading a step", Tour::positive, k("TSLE"), plan, k("Step"), 0);
+  if (t.failed()) return 1;
+  std::printf(
+      "   Reopened read-only and installed: %d elements; module 'DEMO' is DL %d, its\n"
+      "   project \"%s\" has %d steps, the first \"%s\".\n\n",
+      t.elements(), module, t.getString(project, "Name").c_str(), steps,
+      t.getString(first, "Name").c_str());
+  t.close();
+
+  std::printf("The store file stays at %s. Look inside it with\n", path.c_str());
+  std::printf("   zove stat %s        numbers\n", path.c_str());
+  std::printf("   zove dump %s        every DL, readable\n", path.c_str());
+  std::printf("   zove graph %s | dot -Tsvg > store.svg\n", path.c_str());
+  std::printf("   zove check %s       the integrity check\n", path.c_str());
+  std::printf("   zove shell          the same selectors, by hand (docs/shell.md)\n");
+  return 0;
+}
+
+}  // namespace
+
+int cmdDemo(int argc, char** argv) {
+  if (argc > 1) {
+    std::fprintf(stderr, "usage: zove demo [FILE]\n");
+    return 2;
+  }
+  std::string path = argc ? argv[0] : kDefaultFile;
+  if (!argc) {
+    // The default file is the demo's own: a run replaces what the last one left.
+    for (const char* suffix : {"", "-journal", "-wal", "-shm"}) unlink((path + suffix).c_str());
+  } else if (access(path.c_str(), F_OK) == 0) {
+    std::fprintf(stderr, "zove demo: %s exists; give the name of a new file\n", path.c_str());
+    return 1;
+  }
+  return runTour(path);
+}
+
+}  // namespace zove::cli

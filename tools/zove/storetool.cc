@@ -1,0 +1,178 @@
+#include "tools/zove/storetool.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+
+#include "platform/zelkor/vhd.h"
+#include "platform/zelkor/zelkor.h"
+#include "store/dl.h"
+
+namespace zove::cli {
+
+using zelkor::fc;
+
+StoreFile::~StoreFile() {
+  if (store_ && zelkor::isLiveObject(store_)) zelkor::send(store_, fc("Dspo"));
+}
+
+void StoreFile::fail(const std::string& what) const {
+  std::fprintf(stderr, "zove %s: %s: %s\n", command_, path_.c_str(), what.c_str());
+}
+
+bool StoreFile::open(bool writable) {
+  Word cls = zelkor::ZelkorLookup(kZoveSig);
+  if (!cls) {
+    fail("the module has no store class '@zov'");
+    return false;
+  }
+  store_ = zelkor::send(cls, fc("New "));
+  zelkor::send(store_, fc("Setu"));
+  int32_t rc = zelkor::vhdOpenFile(
+      store_, path_, writable ? zelkor::VhdOpenMode::kReadWrite : zelkor::VhdOpenMode::kReadOnly);
+  if (rc == 0) rc = zelkor::i32(zelkor::send(store_, fc("HGtH"), &space_));
+  if (rc == 0 && !space_) rc = zelkor::kVhdNoValue;
+  if (rc != 0) {
+    fail(std::string(zelkor::vhdCodeText(rc)) + " (" + std::to_string(rc) + ")");
+    printLog(stderr, takeLog());
+    return false;
+  }
+  return true;
+}
+
+bool StoreFile::storedVersion(int32_t* version) const {
+  DLView root;
+  if (!space_ || dlOpen(space_, kRootDL, &root) != 0 || root.head->dataSize < kRootDataBytes)
+    return false;
+  int16_t v;
+  std::memcpy(&v, root.base + kVersionOffset, 2);
+  *version = v;
+  return true;
+}
+
+bool StoreFile::install(int32_t version) {
+  if (version == kStoredVersion && !storedVersion(&version)) version = 0;
+  int32_t rc = zelkor::i32(zelkor::send(store_, fc("TSIn"), kToolChannel, version));
+  if (rc != 0) {
+    fail("install refused (" + std::to_string(rc) + "); the log said:");
+    printLog(stderr, takeLog());
+    return false;
+  }
+  return true;
+}
+
+Word StoreFile::recordFile() const { return zelkor::send(store_, fc("HGtF")); }
+
+void printLog(FILE* out, const std::vector<zelkor::LogEntry>& lines) {
+  for (const zelkor::LogEntry& e : lines) std::fprintf(out, "  %d %s\n", e.level, e.text.c_str());
+}
+
+bool parseInt(const char* text, int32_t* out) {
+  if (!text || !*text) return false;
+  char* end = nullptr;
+  long long v = std::strtoll(text, &end, 0);
+  if (*end || v < INT32_MIN || v > int64_t(UINT32_MAX)) return false;
+  *out = int32_t(v);
+  return true;
+}
+
+std::string codeName(uint32_t code) {
+  if (isPrintableCode(code)) return "'" + zelkor::fcString(code) + "'";
+  char buf[16];
+  std::snprintf(buf, sizeof buf, "0x%08x", code);
+  return buf;
+}
+
+std::string kindName(uint32_t type) {
+  switch (type) {
+    case kBlob:
+      return "blob";
+    case kHandle:
+      return "handle";
+    case kPartLink:
+      return "part link";
+    case kList:
+      return "list";
+    case kWeakList:
+      return "weak list";
+    case kWeakHandle:
+      return "weak handle";
+    case kImmediate:
+      return "immediate";
+    case kVHandle:
+      return "vhandle";
+  }
+  char buf[16];
+  std::snprintf(buf, sizeof buf, "0x%08x", type);
+  return buf;
+}
+
+std::vector<int32_t> reachableDLs(const fundra::ElementSpace* space,
+                                  const std::vector<int32_t>& starts, int32_t maxDepth,
+                                  std::vector<int32_t>* depthOut) {
+  std::vector<int32_t> order, depthOf;
+  std::vector<uint8_t> seen(size_t(space->LmCount()) + 2, 0);
+  std::deque<std::pair<int32_t, int32_t>> todo;
+  auto visit = [&](int32_t dl, int32_t depth) {
+    if (dl <= 0) return;
+    if (size_t(dl) >= seen.size()) seen.resize(size_t(dl) + 1, 0);
+    if (seen[size_t(dl)]) return;
+    seen[size_t(dl)] = 1;
+    order.push_back(dl);
+    depthOf.push_back(depth);
+    todo.emplace_back(dl, depth);
+  };
+  for (int32_t s : starts) visit(s, 0);
+  while (!todo.empty()) {
+    auto [dl, depth] = todo.front();
+    todo.pop_front();
+    DLView v;
+    if ((maxDepth >= 0 && depth >= maxDepth) || dlOpen(space, dl, &v) != 0) continue;
+    for (int32_t i = 0; i < v.count(); ++i) {
+      const Item& it = v.item(i);
+      uint32_t t = itemType(it);
+      if (t == kHandle || t == kPartLink || t == kWeakHandle) {
+        visit(it.ref, depth + 1);
+      } else if (isListType(t)) {
+        ListView l;
+        if (listOpen(space, it.ref, &l) != 0) continue;
+        for (int32_t k = 0; k < l.count; ++k) visit(l.at[k], depth + 1);
+      }
+    }
+  }
+  if (depthOut) *depthOut = std::move(depthOf);
+  return order;
+}
+
+Progress::Progress(const char* what, bool alongOutput)
+    : what_(what), tty_(isatty(2) && (alongOutput || !isatty(1))) {}
+
+Progress::~Progress() {
+  if (drawn_) std::fprintf(stderr, "\r\033[K");
+}
+
+void Progress::phase(const char* what) {
+  what_ = what;
+  lastDraw_ = 0;
+  step(0, 0);
+}
+
+void Progress::step(int64_t done, int64_t total) {
+  if (!tty_) return;
+  int64_t now = std::chrono::duration_cast<std::chrono::milliseconds>(
+                    std::chrono::steady_clock::now().time_since_epoch())
+                    .count();
+  if (drawn_ && now - lastDraw_ < 100 && done != total) return;
+  lastDraw_ = now;
+  drawn_ = true;
+  if (total > 0)
+    std::fprintf(stderr, "\r\033[K%s: %lld/%lld", what_, (long long)done, (long long)total);
+  else
+    std::fprintf(stderr, "\r\033[K%s...", what_);
+  std::fflush(stderr);
+}
+
+}  // namespace zove::cli

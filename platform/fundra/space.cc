@@ -64,16 +64,16 @@ int32_t ElementSpace::TakeNumber() {
   // No free number: the next one past the top, the common case when a space is being filled.
   size_t n = slots_.size();
   if (n > size_t(kLmMaxNumber)) return kLmNoMemory;
-  if (n == slots_.capacity()) {
-    try {
+  try {
+    if (n == slots_.capacity())
       slots_.reserve(std::min(std::max(n + size_t(tableStep_), 2 * n), size_t(kLmMaxNumber) + 1));
-      marks_.reserve(slots_.capacity());
-    } catch (const std::bad_alloc&) {
-      return kLmNoMemory;
-    }
+    if (n == marks_.capacity()) marks_.reserve(slots_.capacity());
+    slots_.push_back(Slot{nullptr, 0, 0});
+    marks_.push_back(0);
+  } catch (const std::bad_alloc&) {
+    slots_.resize(n);
+    return kLmNoMemory;
   }
-  slots_.push_back(Slot{nullptr, 0, 0});
-  marks_.push_back(0);
   return int32_t(n);
 }
 
@@ -120,7 +120,6 @@ int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
     }
     std::memset(at, 0, size_t(size));
     slots_[size_t(n)] = Slot{at, size, large};
-    marks_[size_t(n)] = kUnmarked;
     marks_[size_t(n)] = kUnmarked;
     ++live_;
     liveBytes_ += size;

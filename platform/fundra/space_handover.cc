@@ -95,22 +95,23 @@ void ElementSpace::LmHandedOver() {
 }
 
 int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size) {
-  std::string where = "load of element " + std::to_string(n) + ": ";
+  // Built only on a refusal: a file load calls this once per element.
+  auto where = [n] { return "load of element " + std::to_string(n) + ": "; };
   if (n <= 0 || n > kLmMaxNumber) {
-    loadFaults_.push_back(where + "no such number");
+    loadFaults_.push_back(where() + "no such number");
     return kLmBadNumber;
   }
   if (size < 0 || size > kLmMaxSize || (size > 0 && !bytes)) {
-    loadFaults_.push_back(where + "bad size " + std::to_string(size));
+    loadFaults_.push_back(where() + "bad size " + std::to_string(size));
     return kLmBadSize;
   }
   if (size_t(n) < slots_.size() && slots_[size_t(n)].at) {
-    loadFaults_.push_back(where + "loaded twice");
+    loadFaults_.push_back(where() + "loaded twice");
     return kLmTaken;
   }
   int32_t r = LmSetAssert(n, size);
   if (r < 0) {
-    loadFaults_.push_back(where + "no room");
+    loadFaults_.push_back(where() + "no room");
     return r;
   }
   if (size > 0) std::memcpy(slots_[size_t(n)].at, bytes, size_t(size));

@@ -133,7 +133,7 @@ int32_t RecordFile::writeChanges(Head* head) const {
     head->recordCount--;
   }
   for (const auto& [key, bytes] : written_) {
-    uint64_t sum = fundra::ElementSpace::LmSum(bytes.data(), int32_t(bytes.size()));
+    uint64_t sum = checksum(bytes.data(), bytes.size());
     if (int32_t r = db_->putRecord(key, bytes.data(), int32_t(bytes.size()), sum)) return r;
     auto old = committed_.find(key);
     if (old != committed_.end()) {
@@ -150,8 +150,7 @@ int32_t RecordFile::writeChanges(Head* head) const {
 void RecordFile::saved() {
   for (int64_t key : removed_) committed_.erase(key);
   for (const auto& [key, bytes] : written_)
-    committed_[key] = {int32_t(bytes.size()),
-                       fundra::ElementSpace::LmSum(bytes.data(), int32_t(bytes.size()))};
+    committed_[key] = {int32_t(bytes.size()), checksum(bytes.data(), bytes.size())};
   written_.clear();
   removed_.clear();
 }

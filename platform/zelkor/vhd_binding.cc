@@ -33,7 +33,8 @@ struct VhdBinding {
   storefile::StoreDb db;
   storefile::RecordFile records;
   Word fileObject = 0;
-  bool fullSave = false;  // the next save writes every segment
+  bool fullSave = false;            // the next save writes every segment
+  std::vector<uint64_t> segChecks;  // by segment id: the check of its saved row, 0 for none
 };
 
 int32_t bindingLoad(VhdBinding* b, fundra::ElementSpace** space) {
@@ -41,7 +42,8 @@ int32_t bindingLoad(VhdBinding* b, fundra::ElementSpace** space) {
   auto* s = new (std::nothrow) fundra::ElementSpace(1024, 0);
   if (!s) return fundra::kLmNoMemory;
   std::map<int64_t, RecordInfo> index;
-  int32_t r = b->db.load(s, [&index](int64_t key, int32_t size, uint64_t sum) {
+  b->segChecks.clear();
+  int32_t r = b->db.load(s, &b->segChecks, [&index](int64_t key, int32_t size, uint64_t sum) {
     index[key] = {size, sum};
   });
   if (r) {
@@ -77,12 +79,24 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
   storefile::Head head = b->db.head();
   head.saves++;
   head.liveCount = space->LmLiveCount();
-  head.spaceSum = space->LmSpaceSum();
+  // The new checks are kept apart until the commit: a failed save must leave segChecks as the
+  // file has them.
+  std::vector<std::pair<int32_t, uint64_t>> checks;
   if (!r) r = b->db.begin();
   if (!r) {
     std::vector<uint8_t> body;
     for (int32_t s : segs) {
-      storefile::encodeSegment(*space, s, &body);
+      uint64_t check = storefile::encodeSegment(*space, s, &body);
+      uint64_t old = size_t(s) < b->segChecks.size() ? b->segChecks[size_t(s)] : 0;
+      if (old) {
+        head.segmentDigest -= storefile::segmentDigest(s, old);
+        head.segmentCount--;
+      }
+      if (check) {
+        head.segmentDigest += storefile::segmentDigest(s, check);
+        head.segmentCount++;
+      }
+      checks.push_back({s, check});
       if ((r = b->db.putSegment(s, body)) != 0) break;
     }
   }
@@ -95,6 +109,10 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
   }
   space->LmHandedOver();
   b->records.saved();
+  for (const auto& [s, check] : checks) {
+    if (size_t(s) >= b->segChecks.size()) b->segChecks.resize(size_t(s) + 1, 0);
+    b->segChecks[size_t(s)] = check;
+  }
   b->fullSave = false;
   return 0;
 }

@@ -266,7 +266,7 @@ void StoreDb::close() {
   releaseLock();
 }
 
-int32_t StoreDb::load(fundra::ElementSpace* space,
+int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChecks,
                       const std::function<void(int64_t, int32_t, uint64_t)>& record) {
   if (int32_t r = exec("BEGIN;", "vhdLoad")) return r;
   int32_t r = readHead();
@@ -275,20 +275,31 @@ int32_t StoreDb::load(fundra::ElementSpace* space,
   int rc = SQLITE_DONE;
   if (!r) {
     rc = sqlite3_prepare_v2(db_, "SELECT id, body FROM seg", -1, &st, nullptr);
+    int32_t segments = 0, elements = 0;
+    uint64_t digest = 0;
     while (rc == SQLITE_OK || rc == SQLITE_ROW) {
       rc = sqlite3_step(st);
       if (rc != SQLITE_ROW) break;
+      int64_t id = sqlite3_column_int64(st, 0);
       const auto* body = static_cast<const uint8_t*>(sqlite3_column_blob(st, 1));
       size_t size = size_t(sqlite3_column_bytes(st, 1));
-      r = loadSegment(sqlite3_column_int64(st, 0), body, body ? size : 0, space, &why);
+      uint64_t check = 0;
+      int32_t count = 0;
+      r = loadSegment(id, body, body ? size : 0, space, &check, &count, &why);
       if (r) break;
+      if (size_t(id) >= segChecks->size()) segChecks->resize(size_t(id) + 1, 0);
+      (*segChecks)[size_t(id)] = check;
+      ++segments;
+      elements += count;
+      digest += segmentDigest(id, check);
     }
     sqlite3_finalize(st);
     if (!r && rc != SQLITE_DONE) r = fail(rc, "vhdLoad");
-  }
-  if (!r && space->LmLoadSeal(head_.liveCount, head_.spaceSum) != 0) {
-    r = kVhdDamaged;
-    why = space->LmLoadFaults().empty() ? "space seal differs" : space->LmLoadFaults().back();
+    if (!r && (segments != head_.segmentCount || elements != head_.liveCount ||
+               digest != head_.segmentDigest)) {
+      r = kVhdDamaged;
+      why = "segments differ from the head's counts or digest";
+    }
   }
   if (!r) {
     int32_t count = 0;
@@ -302,7 +313,7 @@ int32_t StoreDb::load(fundra::ElementSpace* space,
       auto sum = uint64_t(sqlite3_column_int64(st, 2));
       const void* body = sqlite3_column_blob(st, 3);
       int64_t bytes = sqlite3_column_bytes(st, 3);
-      if (size != bytes || fundra::ElementSpace::LmSum(body, int32_t(bytes)) != sum) {
+      if (size != bytes || checksum(body, size_t(bytes)) != sum) {
         r = kVhdDamaged;
         why = "record " + std::to_string(key) + ": checksum differs";
         break;
@@ -333,7 +344,7 @@ int32_t StoreDb::readRecord(int64_t key, fundra::TMemory* out) {
     const void* body = sqlite3_column_blob(st, 2);
     int32_t bytes = sqlite3_column_bytes(st, 2);
     if (sqlite3_column_int64(st, 0) != bytes ||
-        fundra::ElementSpace::LmSum(body, bytes) != uint64_t(sqlite3_column_int64(st, 1))) {
+        checksum(body, size_t(bytes)) != uint64_t(sqlite3_column_int64(st, 1))) {
       DebugLogf(kVhdLogLevel, "vhdReadRecord: %s: record %d/%d: checksum differs", path_.c_str(),
                 int32_t(key >> 32), int32_t(key));
       r = kVhdDamaged;

@@ -42,10 +42,12 @@ class StoreDb {
   const std::string& path() const { return path_; }
   const Head& head() const { return head_; }
 
-  // Loads every segment into the (empty) space and seals it, then reads every record row,
-  // checking its bytes, and hands (key, size, sum) to `record`. One read transaction, so the
-  // space and the records are of the same save. Answers 0, kVhdDamaged or kVhdIoError.
-  int32_t load(fundra::ElementSpace* space,
+  // Loads every segment into the (empty) space, noting each segment's check in segChecks (by
+  // id; 0 where there is no row), then reads every record row, checking its bytes, and hands
+  // (key, size, sum) to `record`. Counts and digests are held against the head. One read
+  // transaction, so space and records are of the same save. Answers 0, kVhdDamaged or
+  // kVhdIoError.
+  int32_t load(fundra::ElementSpace* space, std::vector<uint64_t>* segChecks,
                const std::function<void(int64_t key, int32_t size, uint64_t sum)>& record);
   // Reads one record's bytes into out, checking them against their sum.
   int32_t readRecord(int64_t key, fundra::TMemory* out);

@@ -16,19 +16,23 @@
 //   16     8     saves          completed saves, the creating one included
 //   24     4     live count     live elements saved
 //   28     4     next id        the lowest record id not yet handed out
-//   32     8     space sum      ElementSpace::LmSpaceSum of the saved space
+//   32     8     seg digest     sum over seg rows of segmentDigest(id, check), mod 2^64
 //   40     4     record count   rows of rec
-//   44     4     reserved       0
+//   44     4     segment count  rows of seg
 //   48     8     record digest  sum over rec rows of recordDigest(key, size, sum), mod 2^64
-//   56     8     check          LmSum of bytes 0..55
+//   56     8     check          checksum of bytes 0..55
 //
 // Segment body, for segment id s holding c live elements (c >= 1; an empty segment has no row):
-//   offset    width   field      meaning
-//   0         4       id         s, equal to the row id
-//   4         4       count      c
-//   8         8 * c   entries    per element, ascending: number (4), size (4); s*64 <= number <
-//   s*64+64 8 + 8c    sizes   bytes      the elements' bytes, concatenated in entry order end - 8
-//   8       check      LmSum of every byte before it
+//   offset   width   field     meaning
+//   0        4       id        s, equal to the row id
+//   4        4       count     c
+//   8        8 * c   entries   per element, numbers ascending: number (4), size (4);
+//                              every number n has s * 64 <= n < s * 64 + 64
+//   8 + 8c   sizes   bytes     the elements' bytes, concatenated in entry order
+//   end - 8  8       check     checksum of every byte before it
+//
+// A record row's sum is the checksum of its body. The digests make the head vouch for the set of
+// rows: a row lost, added, or left over from an older save changes them.
 #pragma once
 
 #include <cstdint>
@@ -50,10 +54,16 @@ struct Head {
   uint64_t saves = 0;
   int32_t liveCount = 0;
   int32_t nextId = 1;
-  uint64_t spaceSum = 0;
+  uint64_t segmentDigest = 0;
+  int32_t segmentCount = 0;
   int32_t recordCount = 0;
   uint64_t recordDigest = 0;
 };
+
+// The file's checksum: 64 bits, four independent lanes of 8 bytes for speed. Any change of one
+// aligned 8-byte word of input changes it (every step is a bijection of the lane it touches).
+// Fixed for good: files carry its values.
+uint64_t checksum(const void* bytes, size_t size);
 
 std::vector<uint8_t> encodeHead(const Head& h);
 // Answers 0, or kVhdNotStoreFile / kVhdDamaged with the reason in *why.
@@ -61,15 +71,16 @@ int32_t decodeHead(const uint8_t* body, size_t size, Head* h, std::string* why);
 
 inline int32_t segmentOf(int32_t number) { return number >> kSegmentShift; }
 
-// Appends segment s of the space to out (cleared first); leaves it empty when the segment holds
-// no live element.
-void encodeSegment(const fundra::ElementSpace& space, int32_t s, std::vector<uint8_t>* out);
-// Loads every element of a segment body into the space (LmLoad). Answers 0, or kVhdDamaged with
-// the reason in *why.
+// Writes segment s of the space into out (cleared first) and answers its check; leaves out empty
+// and answers 0 when the segment holds no live element.
+uint64_t encodeSegment(const fundra::ElementSpace& space, int32_t s, std::vector<uint8_t>* out);
+// Loads every element of a segment body into the space (LmLoad) and sets *check and *count.
+// Answers 0, or kVhdDamaged with the reason in *why.
 int32_t loadSegment(int64_t rowId, const uint8_t* body, size_t size, fundra::ElementSpace* space,
-                    std::string* why);
+                    uint64_t* check, int32_t* count, std::string* why);
 
-// What one record row adds to the head's record digest.
+// What one seg row and one rec row add to the head's digests.
+uint64_t segmentDigest(int64_t id, uint64_t check);
 uint64_t recordDigest(int64_t key, int64_t size, uint64_t sum);
 
 }  // namespace zelkor::storefile

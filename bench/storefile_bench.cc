@@ -1,0 +1,198 @@
+// Store file speed, each figure beside a reference measured in the same run:
+//   full save of 1M DLs            vs  write + fsync of the same bytes to a plain file
+//   save after 100 changed DLs     vs  the full save of the same store
+//   open (load, sums, seal)        vs  reading the same bytes from a plain file
+// Counters: MB/s of the store file, MB/s of the reference, and `share` = store / reference
+// (for the save after changes: its time as a share of the full save's time).
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/fundra/space.h"
+#include "platform/zelkor/vhd.h"
+#include "platform/zelkor/zelkor.h"
+
+using namespace zelkor;
+
+namespace {
+
+constexpr int32_t kDLs = 1000000;
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point t) {
+  return std::chrono::duration<double>(Clock::now() - t).count();
+}
+
+std::string benchDir() {
+  static std::string dir = [] {
+    std::string d = (std::filesystem::current_path() / "storefile-bench.tmp").string();
+    std::filesystem::remove_all(d);
+    std::filesystem::create_directories(d);
+    return d;
+  }();
+  return dir;
+}
+
+// A space of DL-like elements: a 20-byte header, a data area and a few 12-byte items, 40 to 140
+// bytes in all.
+fundra::ElementSpace* makeSpace(int32_t count) {
+  auto* s = new fundra::ElementSpace(1024, 0);
+  std::mt19937 rng(7);
+  for (int32_t n = 1; n <= count; ++n) {
+    int32_t items = int32_t(rng() % 6), data = 4 * int32_t(rng() % 6);
+    int32_t size = 20 + data + 12 * items;
+    s->LmSetAssert(n, size);
+    uint8_t* at = s->LmGet(n);
+    for (int32_t i = 0; i < size; ++i) at[i] = uint8_t(rng());
+  }
+  return s;
+}
+
+Word newHandle() {
+  ZelkorBoot();
+  Word h = send(ZelkorLookup(kVhdSig), fc("New "));
+  send(h, fc("Setu"));
+  return h;
+}
+
+// Writes bytes to a fresh plain file and fsyncs it: the reference of a save.
+double writeAndSync(const std::string& path, int64_t bytes) {
+  std::vector<uint8_t> buf(1 << 20, 0x5A);
+  auto t = Clock::now();
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  for (int64_t left = bytes; left > 0; left -= int64_t(buf.size()))
+    if (::write(fd, buf.data(), size_t(std::min<int64_t>(left, int64_t(buf.size())))) < 0) break;
+  ::fsync(fd);
+  ::close(fd);
+  double s = secondsSince(t);
+  ::unlink(path.c_str());
+  return s;
+}
+
+// Reads bytes from a plain file already in the page cache: the reference of an open.
+double readPlain(const std::string& path, int64_t bytes) {
+  {
+    std::vector<uint8_t> buf(size_t(bytes), 0x5A);
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (::write(fd, buf.data(), buf.size()) < 0) return 0;
+    ::close(fd);
+  }
+  std::vector<uint8_t> into(static_cast<size_t>(bytes));
+  int fd = ::open(path.c_str(), O_RDONLY);
+  if (::read(fd, into.data(), into.size()) < 0) return 0;  // warm the cache
+  ::close(fd);
+  auto t = Clock::now();
+  fd = ::open(path.c_str(), O_RDONLY);
+  size_t got = 0;
+  while (got < into.size()) {
+    ssize_t r = ::read(fd, into.data() + got, into.size() - got);
+    if (r <= 0) break;
+    got += size_t(r);
+  }
+  ::close(fd);
+  double s = secondsSince(t);
+  benchmark::DoNotOptimize(into.data());
+  ::unlink(path.c_str());
+  return s;
+}
+
+void report(benchmark::State& state, int64_t bytes, double seconds, double refSeconds) {
+  state.counters["MB/s"] = double(bytes) / seconds / 1e6;
+  state.counters["ref_MB/s"] = double(bytes) / refSeconds / 1e6;
+  state.counters["share"] = refSeconds / seconds;
+}
+
+// The saved store the later benchmarks use, and the time its full save took.
+std::string gSaved;
+double gFullSave = 0;
+
+void BM_FullSave(benchmark::State& state) {
+  double total = 0, refTotal = 0;
+  int64_t bytes = 0;
+  int round = 0;
+  for (auto _ : state) {
+    fundra::ElementSpace* space = makeSpace(kDLs);
+    bytes = space->LmLiveBytes();
+    Word h = newHandle();
+    send(h, kHNew, space, 1);
+    std::string path = benchDir() + "/full" + std::to_string(round++) + ".zst";
+    auto t = Clock::now();
+    if (vhdCreateFile(h, path) != 0) state.SkipWithError("create failed");
+    double s = secondsSince(t);
+    state.SetIterationTime(s);
+    total += s;
+    refTotal += writeAndSync(benchDir() + "/plain", bytes);
+    send(h, fc("Dspo"));
+    if (gSaved.empty())
+      gSaved = path;
+    else
+      std::filesystem::remove(path);
+  }
+  gFullSave = total / double(state.iterations());
+  report(state, bytes, total / double(state.iterations()), refTotal / double(state.iterations()));
+}
+BENCHMARK(BM_FullSave)->UseManualTime()->Iterations(2)->Unit(benchmark::kMillisecond);
+
+void BM_SaveAfter100Changes(benchmark::State& state) {
+  Word h = newHandle();
+  fundra::ElementSpace* space = nullptr;
+  if (vhdOpenFile(h, gSaved, VhdOpenMode::kReadWrite) != 0 || send(h, kHGtH, &space) != 0) {
+    state.SkipWithError("open failed");
+    return;
+  }
+  std::mt19937 rng(8);
+  double total = 0;
+  for (auto _ : state) {
+    for (int i = 0; i < 100; ++i) {
+      int32_t n = int32_t(1 + rng() % uint32_t(kDLs));
+      space->LmGet(n)[0] ^= 0xFF;
+    }
+    auto t = Clock::now();
+    if (send(h, kHChg) != 0) state.SkipWithError("save failed");
+    double s = secondsSince(t);
+    state.SetIterationTime(s);
+    total += s;
+  }
+  double mean = total / double(state.iterations());
+  state.counters["full_save_ms"] = gFullSave * 1e3;
+  state.counters["share_of_full"] = mean / gFullSave;
+  send(h, fc("Dspo"));
+}
+BENCHMARK(BM_SaveAfter100Changes)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
+
+void BM_Open(benchmark::State& state) {
+  double total = 0, refTotal = 0;
+  int64_t bytes = 0;
+  for (auto _ : state) {
+    Word h = newHandle();
+    fundra::ElementSpace* space = nullptr;
+    auto t = Clock::now();
+    if (vhdOpenFile(h, gSaved, VhdOpenMode::kReadOnly) != 0 || send(h, kHGtH, &space) != 0)
+      state.SkipWithError("open failed");
+    double s = secondsSince(t);
+    state.SetIterationTime(s);
+    total += s;
+    bytes = space ? space->LmLiveBytes() : 1;
+    refTotal += readPlain(benchDir() + "/plain", bytes);
+    send(h, fc("Dspo"));
+  }
+  report(state, bytes, total / double(state.iterations()), refTotal / double(state.iterations()));
+}
+BENCHMARK(BM_Open)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  std::filesystem::remove_all(benchDir());
+  return 0;
+}

@@ -110,6 +110,12 @@ int dateGet(lua_State* L) {
   return 7;
 }
 
+// SetToCurrent: the clock's time, or the time fixed with zove.setnow.
+int dateSetCurrent(lua_State* L) {
+  checkDate(L)->SetToCurrent();
+  return 0;
+}
+
 int dateSet(lua_State* L) {
   setDate(L, checkDate(L), 2);
   return 0;
@@ -161,8 +167,9 @@ int setMemory(lua_State* L, fundra::TMemory* mem, int idx) {
 }
 
 int luaMemory(lua_State* L) {
+  bool given = !lua_isnoneornil(L, 1);
   fundra::TMemory* mem = make<fundra::TMemory>(L, kMemoryMeta);
-  if (!lua_isnoneornil(L, 1)) setMemory(L, mem, 1);
+  if (given) setMemory(L, mem, 1);
   return 1;
 }
 
@@ -212,8 +219,9 @@ int setList(lua_State* L, fundra::RNList* list, int idx) {
 }
 
 int luaList(lua_State* L) {
+  bool given = !lua_isnoneornil(L, 1);
   fundra::RNList* list = make<fundra::RNList>(L, kListMeta);
-  if (!lua_isnoneornil(L, 1)) setList(L, list, 1);
+  if (given) setList(L, list, 1);
   return 1;
 }
 
@@ -257,14 +265,10 @@ void openValues(lua_State* L) {
                                         {"__tostring", stringToString},
                                         {"__gc", destroy<fundra::TString>},
                                         {}};
-  static const luaL_Reg dateMeta[] = {{"__index", dateIndex},
-                                      {"__tostring", dateToString},
-                                      {"__eq", dateEq},
-                                      {"__lt", dateLt},
-                                      {"__gc", destroy<fundra::TDate>},
-                                      {"get", dateGet},
-                                      {"set", dateSet},
-                                      {}};
+  static const luaL_Reg dateMeta[] = {
+      {"__index", dateIndex}, {"__tostring", dateToString},     {"__eq", dateEq},
+      {"__lt", dateLt},       {"__gc", destroy<fundra::TDate>}, {"get", dateGet},
+      {"set", dateSet},       {"setcurrent", dateSetCurrent},   {}};
   static const luaL_Reg memoryMeta[] = {
       {"__index", memoryIndex},       {"__newindex", memoryNewIndex},     {"__len", memoryLen},
       {"__tostring", memoryToString}, {"__gc", destroy<fundra::TMemory>}, {}};

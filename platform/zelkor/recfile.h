@@ -95,6 +95,8 @@ class RecordFile {
   int32_t writeChanges(Head* head) const;
   void saved();
   bool hasChanges() const { return !written_.empty() || !removed_.empty(); }
+  size_t heldWrites() const { return written_.size(); }
+  size_t heldRemovals() const { return removed_.size(); }
 
   std::vector<std::string> check(const Head& head) const;
 

@@ -82,6 +82,9 @@ int32_t vhdOpenFile(Word store, const std::string& path, VhdOpenMode mode);
 int32_t vhdCloseFile(Word store);
 // The path the store is bound to, or "" when it is not bound.
 std::string vhdFilePath(Word store);
+// One line about the binding, for dumps and failure messages: path, mode, what the last save
+// left in the file and what is held for the next one.
+std::string vhdDescribe(Word store);
 
 // Handles registered with HReg and not yet unregistered, in registration order.
 struct RegisteredHandle {

@@ -185,6 +185,20 @@ int32_t vhdCloseFile(Word store) {
   return 0;
 }
 
+std::string vhdDescribe(Word store) {
+  VhdBinding** slot = vhdBindingSlot(store, nullptr, nullptr);
+  if (!slot) return "not a value handle";
+  if (!*slot) return "not bound to a file";
+  const VhdBinding& b = **slot;
+  const storefile::Head& h = b.db.head();
+  return b.db.path() + (b.db.readOnly() ? " (read-only)" : " (read-write)") + ": format " +
+         std::to_string(h.format) + ", version " + std::to_string(h.version) + ", " +
+         std::to_string(h.saves) + " saves, " + std::to_string(h.liveCount) + " elements in " +
+         std::to_string(h.segmentCount) + " segments, " + std::to_string(h.recordCount) +
+         " records; held for the next save: " + std::to_string(b.records.heldWrites()) +
+         " records written, " + std::to_string(b.records.heldRemovals()) + " removed";
+}
+
 std::string vhdFilePath(Word store) {
   VhdBinding** slot = vhdBindingSlot(store, nullptr, nullptr);
   return slot && *slot ? (*slot)->db.path() : std::string();

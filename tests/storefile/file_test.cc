@@ -103,6 +103,9 @@ TEST(StoreFile, RecordsAndElementsReachTheFileOnlyWithTheSave) {
   put(spaceOf(h), &model, 11, {9, 9, 9});
   EXPECT_EQ(send(file, kHSiz, kTVhd, fresh), 2);  // the writer sees its own changes
   EXPECT_EQ(send(file, kHSiz, kTVhd, kept), kVhdNoRecord);
+  EXPECT_NE(vhdDescribe(h).find("held for the next save: 1 records written, 1 removed"),
+            std::string::npos)
+      << vhdDescribe(h);
 
   int32_t code = 0;
   Word reader = openStore(path, VhdOpenMode::kReadOnly, &code);

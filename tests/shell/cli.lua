@@ -1,0 +1,86 @@
+-- The zove command's subcommands on files this test makes: the demo's store file, an exchange
+-- stream, a damaged copy and a file that is no store at all.
+local work, zove_bin = ...
+assert(zove_bin, "usage: cli.lua WORKDIR ZOVE")
+
+-- Runs zove with the arguments; answers stdout and stderr together, and the exit status (a
+-- signal, such as a crash, is reported as an error right away).
+local function run(args)
+  local p = io.popen(zove_bin .. " " .. args .. " 2>&1")
+  local out = p:read("a")
+  local _, how, code = p:close()
+  assert(how == "exit", "zove " .. args .. " ended by signal " .. tostring(code) .. ":\n" .. out)
+  return out, code
+end
+
+local function expectRun(args, status, ...)
+  local out, code = run(args)
+  zove.expect(code, status, "exit status of zove " .. args .. "\n" .. out)
+  for _, text in ipairs({...}) do
+    assert(out:find(text, 1, true), "zove " .. args .. " should say '" .. text .. "':\n" .. out)
+  end
+  return out
+end
+
+local file = work .. "/demo.zove"
+for _, suffix in ipairs({"", "-journal", "-wal", "-shm"}) do os.remove(file .. suffix) end
+
+-- The demo makes the file every other command is tried on, and will not overwrite a given one.
+expectRun("demo " .. file, 0, "sound", "equal", "Garden shed")
+expectRun("demo " .. file, 1, "exists")
+
+expectRun("stat " .. file, 0, "version   1", "'DEMO'  DL", "records   1,")
+expectRun("check " .. file, 0, "sound")
+expectRun("check " .. file .. " --expect-version 2", 1,
+          "wrong version, wanted 0x00000002, found 0x00000001", "not sound")
+
+-- The dump shows everything from DL 1, strings and dates decoded; given DLs only those.
+local dump = expectRun("dump " .. file, 0, "DL 1 'root'", "'mods'  list", 'string "Garden shed"',
+                       "date 2027-05-01 09:00:00.000", "vhandle, record")
+local plans = {}
+for dl in dump:gmatch("DL (%d+) 'Plan'") do plans[#plans + 1] = tonumber(dl) end
+zove.expect(#plans, 2, "the plan and its imported copy")
+local one = expectRun("dump " .. file .. " " .. plans[1], 0, "'Step'  list")
+assert(not one:find("DL 1 'root'", 1, true), "only the DL asked for")
+expectRun("dump " .. file .. " --json", 0, '"uType": "root"', '"kind": "part link"',
+          '"decoded": "Garden shed"')
+expectRun("graph " .. file, 0, "digraph store {", "arrowtail=diamond", "color=blue",
+          "peripheries=2")
+local shallow = expectRun("graph " .. file .. " --depth 0", 0, "dl1 [")
+assert(not shallow:find("->", 1, true), "depth 0 draws the start alone")
+
+-- Export a plan, import it over the other one, and the store is still sound.
+local stream = work .. "/plan.zex"
+expectRun(("export %s %d %s"):format(file, plans[1], stream), 0, "exported DL " .. plans[1])
+local f = assert(io.open(stream, "rb"))
+-- The persist header keeps its tag as a little-endian word.
+zove.expect(f:read(4), ".xET", "the stream starts with its persist tag")
+f:close()
+expectRun(("import %s %d %s"):format(file, plans[2], stream), 0, "saved")
+expectRun("check " .. file, 0, "sound")
+expectRun(("import %s 1 %s"):format(file, stream), 1, "replace the root")
+expectRun(("import %s %d %s"):format(file, plans[2], work .. "/missing.zex"), 1, "can't read")
+expectRun("gc " .. file, 0, "saved")
+
+-- A damaged copy: one byte of a stored string flipped. Every command says so and fails.
+local bytes = assert(io.open(file, "rb")):read("a")
+local at = assert(bytes:find("Garden shed", 1, true), "the name lies in the file")
+local damaged = work .. "/damaged.zove"
+local out = assert(io.open(damaged, "wb"))
+out:write(bytes:sub(1, at - 1), "g", bytes:sub(at + 1))
+out:close()
+for _, cmd in ipairs({"stat", "check", "dump", "graph", "gc"}) do
+  expectRun(cmd .. " " .. damaged, 1, "damaged")
+end
+
+-- No store file at all, no file, bad arguments, help.
+local junk = work .. "/junk.zove"
+out = assert(io.open(junk, "w"))
+out:write(("this is not a store file\n"):rep(100))
+out:close()
+expectRun("check " .. junk, 1, "not a store file")
+expectRun("stat " .. work .. "/missing.zove", 1, "no such")
+expectRun("dump " .. file .. " seven", 2, "'seven'")
+expectRun("export " .. file, 2, "usage")
+expectRun("nonsense", 2, "unknown command")
+expectRun("check --help", 0, "usage: zove check FILE")

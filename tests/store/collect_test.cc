@@ -1,0 +1,215 @@
+#include <functional>
+
+#include "tests/store/store_fixture.h"
+
+namespace zt {
+namespace {
+
+struct Collect : ::testing::Test {
+  Object* s = newStore(1);
+  fundra::ElementSpace* sp = spaceOf(s);
+  void TearDown() override { S(s, fc("Dspo")); }
+  int32_t dn(FourCC type = fc("data")) { return i32(S(s, fc("TSDN"), type, 0, 0)); }
+  bool live(Word dl) { return sp->LmTest(int32_t(dl)) == 0; }
+  // Rewrites the kind word of the item under key, as a damaged or older store would hold it.
+  void poke(int32_t dl, FourCC key, int32_t ref, uint32_t kind) {
+    DLView v;
+    ASSERT_EQ(dlOpen(sp, dl, &v), 0);
+    int32_t i = dlFind(v, key);
+    ASSERT_GE(i, 0);
+    v.items[i].ref = ref;
+    v.items[i].kind = kind;
+  }
+};
+
+TEST_F(Collect, KeptDLsSurviveUntilReleased) {
+  int32_t dl = dn(), child = dn();
+  S(s, fc("TSHS"), dl, fc("chld"), child);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(S(s, fc("TSGC")), 0);
+  EXPECT_TRUE(live(dl));
+  EXPECT_TRUE(live(child));
+  S(s, fc("TSDU"), dl);
+  EXPECT_EQ(S(s, fc("TSGC")), 0);
+  EXPECT_FALSE(live(dl));
+  EXPECT_FALSE(live(child));
+  expectSound(s);
+}
+
+TEST_F(Collect, ChainsMayReachDepth500ButNotOneMore) {
+  auto chain = [&](int n) {
+    int32_t prev = 1;
+    for (int i = 0; i < n; ++i) {
+      int32_t dl = dn();
+      S(s, fc("TSHS"), prev, fc(i == 0 ? "chn0" : "next"), dl);
+      prev = dl;
+    }
+    return prev;
+  };
+  int32_t last = chain(500);
+  LogCapture cap;
+  EXPECT_EQ(S(s, fc("TSGC")), 0);
+  EXPECT_TRUE(live(last));
+  EXPECT_EQ(cap.size(), 0u);
+
+  S(s, fc("TSUk"), 1, fc("chn0"));
+  last = chain(501);
+  cap.take();
+  EXPECT_EQ(S(s, fc("TSGC")), kFaulted);
+  EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveDoMark: DL " + std::to_string(last) +
+                                                 ", too deep, depth > 500"});
+  EXPECT_EQ(S(s, fc("TSEC")), kTooDeep);
+  EXPECT_TRUE(live(last));
+}
+
+TEST_F(Collect, WeakReferencesAndListEntriesToFreedDLsArePruned) {
+  int32_t holder = dn(), only = dn(), shared = dn(), removed = dn(), weakMember = dn();
+  S(s, fc("TSAS"), 1, fc("hold"), holder);
+  S(s, fc("TSHS"), holder, fc("weak"), only);
+  poke(holder, fc("weak"), only, kWeakHandle);
+  S(s, fc("TSHS"), holder, fc("wk2 "), shared);
+  poke(holder, fc("wk2 "), shared, kWeakHandle);
+  S(s, fc("TSHS"), holder, fc("strg"), shared);
+  S(s, fc("TSLA"), holder, fc("list"), removed);
+  S(s, fc("TSLA"), holder, fc("list"), shared);
+  S(s, fc("TSLA"), holder, fc("wlst"), weakMember);
+  S(s, fc("TSLA"), holder, fc("wlst"), shared);
+  DLView hv;
+  dlOpen(sp, holder, &hv);
+  int32_t wlist = hv.items[dlFind(hv, fc("wlst"))].ref;
+  poke(holder, fc("wlst"), wlist, kWeakList);
+  // A DL removed outright, as an owner's removal would.
+  sp->LmRemove(removed);
+
+  EXPECT_EQ(S(s, fc("TSGC")), 0);
+  EXPECT_FALSE(live(only));
+  EXPECT_FALSE(live(weakMember));
+  EXPECT_TRUE(live(shared));
+  int32_t target;
+  EXPECT_EQ(S(s, fc("TSHG"), holder, fc("weak"), &target), kNoItem);
+  EXPECT_EQ(S(s, fc("TSLC"), holder, fc("list")), 1);
+  EXPECT_EQ(S(s, fc("TSLE"), holder, fc("list"), 0), shared);
+  EXPECT_TRUE(live(wlist));
+  EXPECT_EQ(sp->LmSize(wlist), 4);
+  EXPECT_EQ(*reinterpret_cast<int32_t*>(sp->LmGet(wlist)), shared);
+  DLView v;
+  dlOpen(sp, holder, &v);
+  EXPECT_GE(dlFind(v, fc("wk2 ")), 0);
+  expectSound(s);
+}
+
+TEST_F(Collect, OwnerWordsOfFreedModulesAreCleared) {
+  int32_t mod = i32(S(s, fc("TSNM"), fc("PRO1"), 0));
+  int32_t obj = i32(S(s, fc("TSDN"), fc("data"), 0, mod));
+  S(s, fc("TSAS"), 1, fc("objt"), obj);
+  S(s, fc("TSLD"), 1, fc("mods"), mod);
+  EXPECT_EQ(S(s, fc("TSGC")), 0);
+  EXPECT_FALSE(live(mod));
+  EXPECT_EQ(S(s, fc("TSCS"), obj), 0);
+}
+
+TEST_F(Collect, UnknownKindsFailTheCollectionWithTheirLine) {
+  int32_t dl = dn();
+  S(s, fc("TSAS"), 1, fc("link"), dl);
+  S(s, fc("TSVS"), dl, fc("bad "), 0);
+  poke(dl, fc("bad "), dl, 0x900);
+  LogCapture cap;
+  EXPECT_EQ(S(s, fc("TSGC")), kFaulted);
+  EXPECT_EQ(S(s, fc("TSEC")), kBadRefType);
+  EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveDoMark: DL " + std::to_string(dl) +
+                                                 ", item value 0x00000900 bad"});
+  S(s, fc("Dspo"));
+
+  s = newStore(1);
+  sp = spaceOf(s);
+  dl = dn();
+  S(s, fc("TSAS"), 1, fc("link"), dl);
+  S(s, fc("TSVS"), dl, fc("bad "), 0);
+  poke(dl, fc("bad "), int32_t(0xFFFF8300), 0);
+  EXPECT_EQ(S(s, fc("TSGC")), kFaulted);
+  EXPECT_EQ(S(s, fc("TSEC")), kBadValueType);
+  EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveDoMark: DL " + std::to_string(dl) +
+                                                 ", item refnum 0xffff8300 bad"});
+}
+
+TEST_F(Collect, CheckPassesASoundStoreAndTellsControllers) {
+  std::vector<std::string> trace;
+  Object* l = newListener(&trace);
+  ASSERT_EQ(S(s, fc("TSIn"), kChannel, 1), 0);
+  int32_t dl = dn();
+  S(s, fc("TSAS"), 1, fc("link"), dl);
+  S(s, fc("TSBW"), dl, fc("blob"), "xy", 2);
+  trace.clear();
+  EXPECT_EQ(S(s, fc("TSCk")), 1);
+  EXPECT_EQ(trace, std::vector<std::string>{"XTSH"});
+  EXPECT_EQ(S(s, fc("HChg")), 0);
+  S(l, fc("Dspo"));
+}
+
+// Each finding of the DL check, with its exact line; the two record findings only log.
+TEST_F(Collect, TheDLCheckReportsEachFindingExactly) {
+  int32_t dl = dn();
+  S(s, fc("TSAS"), 1, fc("link"), dl);
+  std::string n = std::to_string(dl);
+  struct Case {
+    std::function<void()> damage;
+    std::string line;
+  };
+  auto head = [&] { return reinterpret_cast<DLHead*>(sp->LmGet(dl)); };
+  std::vector<Case> cases = {
+      {[&] { head()->uType = 0x74611F61; }, "zoveCheckDL: DL " + n + " uType 'ta\\x1Fa' bad"},
+      {[&] { head()->count = 3; }, "zoveCheckDL: DL " + n + " appears too small"},
+      {[&] {
+         S(s, fc("TSVS"), dl, fc("keyx"), 1);
+         poke(dl, fc("keyx"), int32_t(kImmediate), 1);
+         DLView v;
+         dlOpen(sp, dl, &v);
+         v.items[0].key = 0x6B657980;
+       },
+       "zoveCheckDL: DL " + n + " key 'key\\x80' bad"},
+      {[&] {
+         S(s, fc("TSVS"), dl, fc("refx"), 1);
+         poke(dl, fc("refx"), 1, 0x9FF);
+       },
+       "zoveCheckDL: DL " + n + " item 'refx' bad refnum type 0x00000900"},
+      {[&] {
+         S(s, fc("TSVS"), dl, fc("valx"), 1);
+         poke(dl, fc("valx"), -5, 0);
+       },
+       "zoveCheckDL: DL " + n + " item 'valx' bad value type 0xffffff00"},
+  };
+  for (auto& c : cases) {
+    Object* old = s;
+    s = newStore(1);
+    sp = spaceOf(s);
+    dl = dn();
+    S(s, fc("TSAS"), 1, fc("link"), dl);
+    S(old, fc("Dspo"));
+    c.damage();
+    LogCapture cap;
+    fundra::AssertCapture asserts;
+    EXPECT_EQ(S(s, fc("TSCk")), kFaulted) << c.line;
+    std::vector<std::string> logged = lines(cap);
+    std::erase_if(logged, [](const std::string& l) { return l.starts_with("1 assertion"); });
+    EXPECT_EQ(logged, std::vector<std::string>{"515 " + c.line});
+    EXPECT_EQ(asserts.size(), 1u) << c.line;
+    EXPECT_EQ(S(s, fc("TSEC")), kFaulted);
+  }
+
+  // The check runs inside writers while the level is raised (during HChg and TSCk); a vhandle
+  // item in a store without a file is logged, not failed.
+  Object* old = s;
+  s = newStore(1);
+  sp = spaceOf(s);
+  S(old, fc("Dspo"));
+  dl = dn();
+  S(s, fc("TSAS"), 1, fc("link"), dl);
+  S(s, fc("TSVS"), dl, fc("recx"), 1);
+  poke(dl, fc("recx"), int32_t(kVHandle), 42);
+  LogCapture cap;
+  EXPECT_EQ(S(s, fc("TSCk")), 1);
+  EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveCheckDL: DL " + std::to_string(dl) +
+                                                 " item 'recx' no file for chunk 42"});
+}
+
+}  // namespace
+}  // namespace zt

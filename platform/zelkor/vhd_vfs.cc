@@ -87,25 +87,27 @@ int shimDeviceCharacteristics(sqlite3_file* f) {
 
 // Version 1 methods only: no shared memory (the store file uses a rollback journal) and no
 // memory mapping, so every byte SQLite reads passes through shimRead.
-const sqlite3_io_methods kShimMethods = {1,
-                                         shimClose,
-                                         shimRead,
-                                         shimWrite,
-                                         shimTruncate,
-                                         shimSync,
-                                         shimFileSize,
-                                         shimLock,
-                                         shimUnlock,
-                                         shimCheckReserved,
-                                         shimFileControl,
-                                         shimSectorSize,
-                                         shimDeviceCharacteristics,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr,
-                                         nullptr};
+const sqlite3_io_methods kShimMethods = {
+    .iVersion = 1,
+    .xClose = shimClose,
+    .xRead = shimRead,
+    .xWrite = shimWrite,
+    .xTruncate = shimTruncate,
+    .xSync = shimSync,
+    .xFileSize = shimFileSize,
+    .xLock = shimLock,
+    .xUnlock = shimUnlock,
+    .xCheckReservedLock = shimCheckReserved,
+    .xFileControl = shimFileControl,
+    .xSectorSize = shimSectorSize,
+    .xDeviceCharacteristics = shimDeviceCharacteristics,
+    .xShmMap = nullptr,
+    .xShmLock = nullptr,
+    .xShmBarrier = nullptr,
+    .xShmUnmap = nullptr,
+    .xFetch = nullptr,
+    .xUnfetch = nullptr,
+};
 
 int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, int* outFlags) {
   auto* shim = reinterpret_cast<ShimFile*>(f);

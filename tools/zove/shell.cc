@@ -59,12 +59,14 @@ bool incomplete(lua_State* L) {
   return n >= 5 && !std::strcmp(msg + n - 5, "<eof>");
 }
 
+// Prints what an expression gave through Lua's own print, protected: a value's __tostring may
+// raise.
 void printResults(lua_State* L, int base) {
   int n = lua_gettop(L) - base;
-  for (int i = 1; i <= n; ++i) {
-    std::fputs(luaL_tolstring(L, base + i, nullptr), stdout);
-    std::fputs(i < n ? "\t" : "\n", stdout);
-    lua_pop(L, 1);
+  if (n > 0) {
+    lua_getglobal(L, "print");
+    lua_insert(L, base + 1);
+    protectedCall(L, n, 0);
   }
   lua_settop(L, base);
 }

@@ -80,7 +80,7 @@ bool parseInt(const char* text, int32_t* out) {
 }
 
 std::string codeName(uint32_t code) {
-  if (isPrintableCode(code)) return "'" + zelkor::fcString(code) + "'";
+  if (isPrintableCode(code)) return std::string("'").append(zelkor::fcString(code)).append("'");
   char buf[16];
   std::snprintf(buf, sizeof buf, "0x%08x", code);
   return buf;

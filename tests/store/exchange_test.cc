@@ -64,6 +64,7 @@ TEST(ExchangeStream, RecordsFollowTheDepthFirstWalkAndImportRebuildsTheStructure
                       0, {5});
   rawWrite(sp, a, fc("dl a"), {{fc("Hand"), b, kHandle}, {fc("Up  "), top, kPartLink}});
   reinterpret_cast<DLHead*>(sp->LmGet(top))->owner = 1;
+  S(s, fc("TSDK"), a);  // exported with its kept flag, which the import drops
   fundra::TMemory m;
   ASSERT_EQ(S(s, fc("TSEx"), top, &m), 0);
   auto recs = records(m);
@@ -96,8 +97,9 @@ TEST(ExchangeStream, RecordsFollowTheDepthFirstWalkAndImportRebuildsTheStructure
   EXPECT_EQ(h, t);
   EXPECT_EQ(S(s, fc("TSDC"), top, t), 0);
   EXPECT_EQ(reinterpret_cast<DLHead*>(sp->LmGet(t))->owner, 0);
-  // The target stays on the keep list; nothing imported is on it.
-  EXPECT_EQ(S(s, fc("TSTS"), t), 0);
+  // The target stays on the keep list (its flag with it); nothing imported is on it.
+  EXPECT_EQ(sp->LmGet(t)[4] & kKeptFlag, kKeptFlag);
+  EXPECT_EQ(sp->LmGet(a2)[4] & kKeptFlag, 0);
   expectSound(s);
   S(s, fc("Dspo"));
 }

@@ -1,4 +1,4 @@
-#include "tests/store/store_fixture.h"
+#include "tests/store/raw_structure.h"
 
 namespace zt {
 namespace {
@@ -58,11 +58,6 @@ TEST(StoreRegistry, OneControllerPerSignatureAndOnlyItMayUnregister) {
   EXPECT_EQ(S(s, fc("TSUM"), fc("PRO1"), first), 0);
   EXPECT_EQ(S(s, fc("TSGM"), fc("PRO1")), 0);
   EXPECT_EQ(S(s, fc("TSRM"), fc("PRO1"), second), 0);
-
-  // A DL owned by a module DL leads to the controller registered for its signature.
-  int32_t mod = i32(S(s, fc("TSNM"), fc("PRO1"), 0));
-  int32_t dl = i32(S(s, fc("TSDN"), fc("item"), 0, mod));
-  EXPECT_EQ(S(s, fc("TSCM"), dl), objWord(second));
   S(s, fc("Dspo"));
 }
 
@@ -133,6 +128,55 @@ TEST(StoreExtensions, EachKeyFindsOrMakesOneExtensionDLThroughATable) {
   EXPECT_EQ(S(s, fc("TSAG"), table, fc("Mine"), &table), 0);
   expectSound(s);
   S(s, fc("Dspo"));
+}
+
+std::string bytesOf(RecordFile* f, int32_t chunk) {
+  auto it = f->chunks.find(chunk);
+  return it == f->chunks.end() ? "<none>" : std::string(it->second.begin(), it->second.end());
+}
+
+TEST(StoreTransfer, RecordsMoveFromAnotherFileAndFailuresLoseTheirItemOnly) {
+  Object* s = newStoreWithFile();
+  Object* other = newStoreWithFile();  // only its record file is used: the source
+  RecordFile* source = recordFile(other);
+  source->chunks[5] = {'h', 'e', 'l', 'l', 'o'};
+  source->chunks[7] = {'m', 'o', 'd'};
+  fundra::ElementSpace* sp = spaceOf(s);
+  int32_t mod = i32(S(s, fc("TSNM"), fc("PRO1"), 0));
+  int32_t obj = i32(S(s, fc("TSDN"), fc("obj "), 0, mod));
+  S(s, fc("TSLA"), mod, fc("Objs"), obj);
+  rawWrite(sp, obj, fc("obj "),
+           {{fc("RecA"), int32_t(kVHandle), 5},
+            {fc("RecB"), int32_t(kVHandle), 6},
+            {fc("Valu"), int32_t(kImmediate), 1}});
+  int32_t objs = rawItem(s, mod, 0).ref;
+  rawWrite(sp, mod, fc("PRO1"), {{fc("Objs"), objs, kList}, {fc("ModR"), int32_t(kVHandle), 7}},
+           kSharedFlag);
+  EXPECT_EQ(S(s, fc("TSHX"), recordFileObject(other)), kNoSpace);  // not installed
+  ASSERT_EQ(S(s, fc("TSIn"), kChannel, 1), 0);
+
+  LogCapture cap;
+  EXPECT_EQ(S(s, fc("TSHX"), recordFileObject(other)), -1119);
+  EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveVHandXfer: can't read vhandle 6, -1119"});
+  ASSERT_EQ(S(s, fc("TSCt"), obj), 2);  // RecB is gone, the transfer went on
+  Item a = rawItem(s, obj, 0);
+  EXPECT_EQ(a.key, fc("RecA"));
+  EXPECT_EQ(bytesOf(recordFile(s), int32_t(a.kind)), "hello");
+  EXPECT_EQ(rawItem(s, mod, 0).kind, 7u);  // module DLs keep what they name
+  EXPECT_TRUE(source->attached.empty());
+
+  // A record that cannot be written loses its item too; the first error is answered.
+  recordFile(s)->failWrite = -1118;
+  rawWrite(sp, obj, fc("obj "),
+           {{fc("RecC"), int32_t(kVHandle), 5}, {fc("RecD"), int32_t(kVHandle), 9}});
+  EXPECT_EQ(S(s, fc("TSHX"), recordFileObject(other)), -1118);
+  EXPECT_EQ(lines(cap),
+            (std::vector<std::string>{"515 zoveVHandXfer: can't write vhandle " +
+                                          std::to_string(obj) + " key 'RecC', -1118",
+                                      "515 zoveVHandXfer: can't read vhandle 9, -1119"}));
+  EXPECT_EQ(S(s, fc("TSCt"), obj), 0);
+  S(s, fc("Dspo"));
+  S(other, fc("Dspo"));
 }
 
 }  // namespace

@@ -84,3 +84,21 @@ expectRun("dump " .. file .. " seven", 2, "'seven'")
 expectRun("export " .. file, 2, "usage")
 expectRun("nonsense", 2, "unknown command")
 expectRun("check --help", 0, "usage: zove check FILE")
+
+-- The shell itself: a failing script names its file and line and exits with 1, after the log
+-- lines it had not read; arguments reach the script; the prompt prints what expressions give.
+local script = work .. "/fails.lua"
+out = assert(io.open(script, "w"))
+out:write('local a, b = ...\nassert(a == "one" and b == "two", "arguments")\n',
+          'zove.open("' .. work .. '/missing.zove")\n', 'error("stopped here")\n')
+out:close()
+expectRun("shell " .. script .. " one two", 1, "fails.lua:4: stopped here", "stack traceback",
+          "log lines the script had not read", "no such store file")
+expectRun("shell " .. script .. " one", 1, "fails.lua:2: arguments")
+expectRun("shell " .. work .. "/absent.lua", 1, "absent.lua")
+local input = work .. "/prompt.txt"
+out = assert(io.open(input, "w"))
+out:write('zove.fc("Setu"), "x"\n', "for i = 1, 2 do\n", "  print(i * 10)\n", "end\n",
+          "zove.fc('ab')\n", "zove.fcstr(zove.fc('Next'))\n")
+out:close()
+expectRun("shell < " .. input, 0, "1399157877\tx", "10\n20", "not four characters", "Next")

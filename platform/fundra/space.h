@@ -7,7 +7,7 @@
 // Layout (see docs/foundation.md):
 //   number table  one 16-byte Slot per number 0..LmCount (slot 0 unused): address, size, flags;
 //                 beside it one mark byte per number.
-//   arenas        elements up to kLmSmallMax bytes live in chunks (4 KiB growing to 1 MiB), each
+//   arenas        elements up to kLmSmallMax bytes live in chunks (4 KiB growing to 8 MiB), each
 //                 in a block of its size rounded up to 8; freed blocks go to a free list per size.
 //   large blocks  bigger elements get one heap block each (a 16-byte prefix holds its capacity).
 //   zero size     a live element of 0 bytes points at a shared empty block.
@@ -41,6 +41,8 @@
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "platform/fundra/huge_alloc.h"
 
 namespace fundra {
 
@@ -198,13 +200,13 @@ class ElementSpace {
   int64_t LargeCap(const uint8_t* at) const;
   void CheckStorage(std::vector<std::string>* out) const;
 
-  std::vector<Slot> slots_;
+  std::vector<Slot, HugeAllocator<Slot>> slots_;
   std::vector<int32_t> freeNumbers_;  // min-heap; may hold stale entries, checked when taken
   // Marks apart from the slots: a walk tests far more marks than it reads elements, and a byte
   // per number stays in cache where 16-byte slots cannot. The byte also tells liveness, so
   // LmMark never reads a slot: 0 free, kUnmarked or an old epoch live, epoch_ marked.
   static constexpr uint8_t kUnmarked = 1;
-  std::vector<uint8_t> marks_;
+  std::vector<uint8_t, HugeAllocator<uint8_t>> marks_;
   uint8_t epoch_ = 2;
   int32_t live_ = 0;
   int64_t liveBytes_ = 0;

@@ -18,7 +18,7 @@ namespace fundra {
 namespace {
 constexpr size_t kLargePrefix = 16;
 constexpr int64_t kFirstChunk = 4096;
-constexpr int64_t kMaxChunk = 1 << 20;
+constexpr int64_t kMaxChunk = 8 << 20;
 
 size_t BlockBytes(int32_t size) { return (size_t(size) + 7) & ~size_t(7); }
 }  // namespace
@@ -60,7 +60,7 @@ uint8_t* ElementSpace::StoreSmall(int32_t size) {
     // Chunks grow with the heap so that a small space stays small and a large one does not
     // call malloc often; the old chunk's tail becomes free blocks.
     int64_t want = std::clamp(chunkBytes_ / 4, kFirstChunk, kMaxChunk) & ~int64_t(7);
-    uint8_t* base = static_cast<uint8_t*>(std::malloc(size_t(want)));
+    uint8_t* base = static_cast<uint8_t*>(HugeAlloc(size_t(want)));
     if (!base) return nullptr;
     try {
       chunks_.push_back(Chunk{base, size_t(want)});
@@ -124,7 +124,7 @@ int32_t ElementSpace::LmCompress() {
   }
   uint8_t* base = nullptr;
   if (total > 0) {
-    base = static_cast<uint8_t*>(std::malloc(total));
+    base = static_cast<uint8_t*>(HugeAlloc(total));
     if (!base) return kLmNoMemory;
     try {
       chunks_.reserve(chunks_.size() + 1);

@@ -23,6 +23,7 @@ local function expectRun(args, status, ...)
 end
 
 local file = work .. "/demo.zove"
+local out  -- files the test writes
 for _, suffix in ipairs({"", "-journal", "-wal", "-shm"}) do os.remove(file .. suffix) end
 
 -- The demo makes the file every other command is tried on, and will not overwrite a given one.
@@ -59,6 +60,20 @@ f:close()
 expectRun(("import %s %d %s"):format(file, plans[2], stream), 0, "saved")
 expectRun("check " .. file, 0, "sound")
 expectRun(("import %s 1 %s"):format(file, stream), 1, "replace the root")
+local project = tonumber(dump:match("DL (%d+) 'Proj'"))
+expectRun(("export %s %d %s"):format(file, project, work .. "/proj.zex"), 1, "shared DL")
+-- A stream cut short or with a record count past its end is refused without a crash, and the
+-- file stays sound.
+local whole = assert(io.open(stream, "rb")):read("a")
+for i, broken in ipairs({whole:sub(1, 4), whole:sub(1, 60), whole:sub(1, 8) .. "\255\255\0\0" ..
+                         whole:sub(13)}) do
+  local name = work .. "/broken" .. i .. ".zex"
+  out = assert(io.open(name, "wb"))
+  out:write(broken)
+  out:close()
+  expectRun(("import %s %d %s"):format(file, plans[2], name), 1, "failed")
+end
+expectRun("check " .. file, 0, "sound")
 expectRun(("import %s %d %s"):format(file, plans[2], work .. "/missing.zex"), 1, "can't read")
 expectRun("gc " .. file, 0, "saved")
 
@@ -66,7 +81,7 @@ expectRun("gc " .. file, 0, "saved")
 local bytes = assert(io.open(file, "rb")):read("a")
 local at = assert(bytes:find("Garden shed", 1, true), "the name lies in the file")
 local damaged = work .. "/damaged.zove"
-local out = assert(io.open(damaged, "wb"))
+out = assert(io.open(damaged, "wb"))
 out:write(bytes:sub(1, at - 1), "g", bytes:sub(at + 1))
 out:close()
 for _, cmd in ipairs({"stat", "check", "dump", "graph", "gc"}) do

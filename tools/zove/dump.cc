@@ -2,6 +2,15 @@
 //
 // Blobs in a foundation export form (strings, dates, intervals, date steps) are shown decoded
 // beside their size; other blobs as their first bytes.
+//
+// The JSON form, for tools (docs/cli.md has an example):
+//   top level   file, version (null when DL 1 is no root), elements, dls: [DL objects]
+//   DL object   dl, uType, flags, owner, dataSize, size (element bytes), data (hex), items
+//               or, for a number that is no readable DL: dl, error, size (when it exists)
+//   item        key, kind (name or hex), ref; then by kind: value (immediate), record
+//               (vhandle), size + bytes (hex) + decoded (blob), elements (list), missing
+//               (a referent that does not exist)
+//   codes (uType, key) are strings when their four bytes are printable, else numbers.
 #include <cstdio>
 #include <cstring>
 #include <string>

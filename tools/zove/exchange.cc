@@ -43,6 +43,11 @@ int cmdExport(int argc, char** argv) {
   if (!parseDL("export", argv[1], &dl)) return 2;
   StoreFile f("export", argv[0]);
   if (!f.open(false) || !f.install() || !isDL(f, dl)) return 1;
+  // A stream carries parts of objects: the objects themselves stay where they are shared.
+  if (zelkor::send(f.store(), fc("TSTS"), dl) == 1) {
+    f.fail("DL " + std::to_string(dl) + " is a shared DL (a stored object); export a DL it holds");
+    return 1;
+  }
   fundra::TMemory stream;
   int32_t rc = zelkor::i32(zelkor::send(f.store(), fc("TSEx"), dl, &stream));
   if (rc != 0) {

@@ -64,11 +64,16 @@ int32_t zoveDoMark(Object* self, int32_t dl, int32_t depth, int32_t mode) {
   }
   // Nothing below allocates or moves an element, so the view stays valid.
   const int32_t count = v.head->count;
+  // The walk is bound by memory latency: start fetching the slots of every referent now, and
+  // the bytes of the next one while the walk is inside the current one.
+  for (int32_t i = 0; i < count; ++i)
+    if (v.items[i].ref > 0) s->LmPrefetch(v.items[i].ref, false);
   for (int32_t i = 0; i < count; ++i) {
     const Item& it = v.items[i];
     if (it.ref > 0) {
       uint32_t type = it.kind & ~0xFFu;
       if (type == kHandle || type == kPartLink) {
+        if (i + 1 < count && v.items[i + 1].ref > 0) s->LmPrefetch(v.items[i + 1].ref, true);
         r = zoveDoMark(self, it.ref, depth + 1, mode);
         if (r != 0) return r;
       } else if (type == kBlob) {
@@ -114,6 +119,8 @@ bool prune(fundra::ElementSpace* s, int32_t dl) {
   if (s->LmMark(dl) <= 0) return false;
   DLView v;
   if (dlOpen(s, dl, &v) != 0) return false;
+  for (int32_t i = 0; i < v.head->count; ++i)
+    if (v.items[i].ref > 0) s->LmPrefetch(v.items[i].ref, false);
   bool changed = false;
   if (v.head->owner != 0 && s->LmTest(v.head->owner) != 0) {
     v.head->owner = 0;
@@ -146,9 +153,12 @@ bool prune(fundra::ElementSpace* s, int32_t dl) {
       s->LmSetAssert(dl, kHeadBytes + v.head->dataSize + kItemBytes * count);
       changed = true;
     } else if (type == kHandle || type == kPartLink) {
+      if (i > 0 && v.items[i - 1].ref > 0) s->LmPrefetch(v.items[i - 1].ref, true);
       changed |= prune(s, it.ref);
     }
-    dlOpen(s, dl, &v);
+    // Pruning shrinks elements only, and shrinking never moves one; the view is re-read after a
+    // change for the item count.
+    if (changed) dlOpen(s, dl, &v);
   }
   return changed;
 }

@@ -174,7 +174,10 @@ std::string zoveDumpDL(zelkor::Object* store, int32_t dl) {
     ListView l;
     if (it.ref > 0 && isListType(type) && listOpen(d->space, it.ref, &l) == 0) {
       out += " [";
-      for (int32_t j = 0; j < l.count; ++j) out += (j ? " " : "") + std::to_string(l.at[j]);
+      for (int32_t j = 0; j < l.count; ++j) {
+        if (j) out += ' ';
+        out += std::to_string(l.at[j]);
+      }
       out += "]";
     } else if (it.ref > 0 && type == kBlob) {
       out += format(" %d bytes", d->space->LmSize(it.ref));

@@ -31,6 +31,11 @@ assert(not ok and err:find("at most 12"), err)
 ok, err = pcall(echo.send, echo, "Echo", {})
 assert(not ok and err:find("cannot be a message word"), err)
 
+-- A listener that answers something that is no word leaves an error for the send.
+local odd = zove.listen(nil, function() return {} end)
+ok, err = pcall(odd.send, odd, "Odd ")
+assert(not ok and err:find("listener answering 'Odd ': answered a table", 1, true), err)
+
 -- Classes and objects.
 local roo = zove.class("@roo")
 assert(roo, "the root class")
@@ -41,6 +46,7 @@ zove.expect(obj:send("LkUp", "Zzzz"), 0)
 assert(roo:send("LkUp", "New ") ~= 0, "class objects answer sends too")
 zove.expect(zove.object(zove.id(obj)), obj, "an object from its word")
 zove.expect(zove.object(0), nil)
+zove.expect(zove.object(zove.id(roo)), roo, "a class object from its word")
 obj:send("Dspo")
 ok, err = pcall(obj.send, obj, "Setu")
 assert(not ok and err:find("not alive"), "a send to a disposed object is refused: " .. tostring(err))
@@ -62,6 +68,7 @@ cell.value = 0
 store:send("TSVS", dl, "pos ", 70000)
 zove.expect(store:send("TSVG", dl, "pos ", cell), 0)
 zove.expect(cell.value, 70000)
+zove.expect(zove.peek(zove.id(cell)), 70000, "a cell's address is where the word lies")
 
 -- Buffers, peek and poke reach the DL's data area: what is written through one is read through
 -- the others.

@@ -8,10 +8,10 @@
 //     its committed state, only after the commit succeeded; a failed save leaves both as they
 //     were, so the next save writes everything again.
 //   - The first save into a new file writes every segment, whatever the space handed over
-//     before (the space may come from another file).
+//     before (the space may come from another file). It is made under a temporary name without
+//     a journal and gets its name only once complete (StoreDb::publish).
 #include "platform/zelkor/vhd_binding.h"
 
-#include <unistd.h>
 
 #include <algorithm>
 #include <map>
@@ -150,9 +150,9 @@ int32_t vhdCreateFile(Word store, const std::string& path) {
   b->fileObject = newRecordFileObject(&b->records);
   b->fullSave = true;
   r = bindingSave(b, space);
+  if (!r) r = b->db.publish();
   if (r) {
     bindingClose(b);
-    ::unlink(path.c_str());
     return r;
   }
   *slot = b;

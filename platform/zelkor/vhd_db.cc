@@ -126,17 +126,21 @@ void StoreDb::releaseLock() {
   lockFd_ = -1;
 }
 
-int32_t StoreDb::openDatabase(bool create) {
+int32_t StoreDb::openDatabase(bool creating) {
   int flags = readOnly_ ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
   int rc = sqlite3_open_v2(path_.c_str(), &db_, flags, storeVfsName());
   if (rc != SQLITE_OK) return fail(rc, "vhdOpen");
   sqlite3_extended_result_codes(db_, 1);
   sqlite3_busy_timeout(db_, kBusyMs);
-  if (create) {
-    std::string pragmas = "PRAGMA page_size=" + std::to_string(kPageSize) + ";";
-    if (int32_t r = exec(pragmas.c_str(), "vhdCreate")) return r;
-  }
   if (readOnly_) return exec("PRAGMA query_only=1;", "vhdOpen");
+  if (creating) {
+    // A file under construction has no name yet (see create): nothing to roll back to, so no
+    // journal, and one sync when the first save commits.
+    std::string pragmas = "PRAGMA page_size=" + std::to_string(kPageSize) +
+                          "; PRAGMA journal_mode=OFF; PRAGMA synchronous=FULL;"
+                          " PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY;";
+    return exec(pragmas.c_str(), "vhdCreate");
+  }
   return exec(
       "PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA; PRAGMA cache_size=-32768;"
       "PRAGMA temp_store=MEMORY;",
@@ -145,16 +149,21 @@ int32_t StoreDb::openDatabase(bool create) {
 
 int32_t StoreDb::create(const std::string& path, int32_t version) {
   close();
-  path_ = path;
   readOnly_ = false;
-  int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-  if (fd < 0) {
-    int e = errno;
-    DebugLogf(kVhdLogLevel, "vhdCreate: %s: %s", path.c_str(), strerror(e));
-    return e == EEXIST ? kVhdNoFile : kVhdIoError;
+  struct stat st;
+  if (::stat(path.c_str(), &st) == 0) {
+    DebugLogf(kVhdLogLevel, "vhdCreate: %s: the file exists", path.c_str());
+    return kVhdNoFile;
   }
+  path_ = path + ".new-" + std::to_string(getpid());
+  int fd = ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+  if (fd < 0) {
+    DebugLogf(kVhdLogLevel, "vhdCreate: %s: %s", path_.c_str(), strerror(errno));
+    return kVhdIoError;
+  }
+  finalPath_ = path;
   if (int32_t r = lockForWriting(fd)) {
-    ::unlink(path.c_str());
+    close();
     return r;
   }
   Head h;
@@ -166,24 +175,55 @@ int32_t StoreDb::create(const std::string& path, int32_t version) {
                         "; PRAGMA user_version=" + std::to_string(kFormat) + "; BEGIN;" + kSchema;
     r = exec(setup.c_str(), "vhdCreate");
   }
-  sqlite3_stmt* st = nullptr;
-  if (!r && !prepare(&st, "INSERT INTO head VALUES (1, ?)"))
+  sqlite3_stmt* stmt = nullptr;
+  if (!r && !prepare(&stmt, "INSERT INTO head VALUES (1, ?)"))
     r = fail(sqlite3_errcode(db_), "vhdCreate");
   if (!r) {
-    sqlite3_bind_blob(st, 1, body.data(), int(body.size()), SQLITE_STATIC);
-    int rc = sqlite3_step(st);
+    sqlite3_bind_blob(stmt, 1, body.data(), int(body.size()), SQLITE_STATIC);
+    int rc = sqlite3_step(stmt);
     if (rc != SQLITE_DONE) r = fail(rc, "vhdCreate");
   }
-  sqlite3_finalize(st);
+  sqlite3_finalize(stmt);
   if (!r) r = exec("COMMIT;", "vhdCreate");
   if (r) {
     close();
-    ::unlink(path.c_str());
-    ::unlink((path + "-journal").c_str());
     return r;
   }
   head_ = h;
   return 0;
+}
+
+int32_t StoreDb::publish() {
+  if (finalPath_.empty()) return 0;
+  closeDatabase();
+  // link refuses to replace a file that appeared meanwhile; the lock and the inode stay.
+  int32_t r = 0;
+  if (::link(path_.c_str(), finalPath_.c_str()) != 0) {
+    int e = errno;
+    DebugLogf(kVhdLogLevel, "vhdCreate: %s: %s", finalPath_.c_str(), strerror(e));
+    r = e == EEXIST ? kVhdNoFile : kVhdIoError;
+  }
+  if (r) {
+    close();
+    return r;
+  }
+  ::unlink(path_.c_str());
+  path_ = finalPath_;
+  finalPath_.clear();
+  std::string folder = path_.substr(0, path_.find_last_of('/') + 1);
+  int dir = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dir < 0 || ::fsync(dir) != 0) r = kVhdIoError;
+  if (dir >= 0) ::close(dir);
+  if (r) DebugLogf(kVhdLogLevel, "vhdCreate: %s: can't sync its folder", path_.c_str());
+  if (!r) r = openDatabase(false);
+  if (!r) r = readHead();
+  if (r) {
+    // A creation that answers a code leaves no file, even a complete one: the caller may try
+    // again at the same path.
+    ::unlink(path_.c_str());
+    close();
+  }
+  return r;
 }
 
 int32_t StoreDb::open(const std::string& path, bool readOnly) {
@@ -255,7 +295,7 @@ int32_t StoreDb::readHead() {
   return r;
 }
 
-void StoreDb::close() {
+void StoreDb::closeDatabase() {
   for (sqlite3_stmt** s : {&putSeg_, &delSeg_, &putRec_, &delRec_, &getRec_, &putHead_}) {
     sqlite3_finalize(*s);
     *s = nullptr;
@@ -263,6 +303,14 @@ void StoreDb::close() {
   if (db_) sqlite3_close_v2(db_);
   db_ = nullptr;
   inTransaction_ = false;
+}
+
+void StoreDb::close() {
+  closeDatabase();
+  if (!finalPath_.empty()) {
+    ::unlink(path_.c_str());  // a file that never got its name
+    finalPath_.clear();
+  }
   releaseLock();
 }
 

@@ -30,11 +30,16 @@ class StoreDb {
   StoreDb(const StoreDb&) = delete;
   StoreDb& operator=(const StoreDb&) = delete;
 
-  // Makes a new, empty store file (head only) and opens it for writing. kVhdNoFile when the path
-  // exists; a failed creation removes what it made.
+  // Makes a new, empty store file (head only) under a temporary name beside path and opens it
+  // for writing; kVhdNoFile when the path exists. The first save then writes it without a
+  // journal, and publish() gives it its name: a file at path is always complete.
   int32_t create(const std::string& path, int32_t version);
+  // Syncs the new file, links it to its path (kVhdNoFile if the path appeared meanwhile), syncs
+  // the folder and reopens it for saves with a journal. Nothing to do for an opened file.
+  int32_t publish();
   // Opens an existing store file and reads its head.
   int32_t open(const std::string& path, bool readOnly);
+  // Closes the database and releases the lock; a file never published is removed.
   void close();
 
   bool isOpen() const { return db_ != nullptr; }
@@ -68,7 +73,8 @@ class StoreDb {
   int32_t quickCheck(std::string* why);
 
  private:
-  int32_t openDatabase(bool create);
+  int32_t openDatabase(bool creating);
+  void closeDatabase();
   int32_t lockForWriting(int fd);
   int32_t readHead();
   int32_t fail(int rc, const char* routine);  // logs the SQLite error, answers our code
@@ -78,6 +84,7 @@ class StoreDb {
 
   sqlite3* db_ = nullptr;
   std::string path_;
+  std::string finalPath_;  // while a new file has a temporary name: the name it will get
   bool readOnly_ = false;
   int lockFd_ = -1;
   uint64_t dev_ = 0, ino_ = 0;

@@ -156,3 +156,39 @@ TEST(StoreFileFaults, EveryFailingCallOfAnOpenRefusesOrLoadsTheSavedState) {
   }
   EXPECT_TRUE(readBack(path, &code) == first);
 }
+
+TEST(StoreFileFaults, ACreationThatFailsLeavesNoFileBehind) {
+  ScratchDir dir;
+  std::string path = dir.file("new.zst");
+  auto create = [&](Saved* made) {
+    Word h = newHandle();
+    send(h, kHNew, 0, 3);
+    std::mt19937 rng(31);
+    for (int32_t n = 1; n <= 300; ++n) put(spaceOf(h), &made->elements, n, randomBytes(rng, 200));
+    int32_t r = vhdCreateFile(h, path);
+    send(h, fc("Dspo"));
+    return r;
+  };
+  Saved made;
+  IoFaults::failAt(0);
+  ASSERT_EQ(create(&made), 0);
+  int64_t calls = IoFaults::calls();
+  std::filesystem::remove(path);
+  zelkor::LogCapture quiet;
+  for (int64_t n = 1; n <= calls; ++n) {
+    SCOPED_TRACE("failing call " + std::to_string(n));
+    IoFaults::failAt(n);
+    Saved expect;
+    int32_t r = create(&expect);
+    IoFaults::failAt(0);
+    if (r == 0) {
+      int32_t code = 0;
+      EXPECT_TRUE(readBack(path, &code) == expect);
+      EXPECT_EQ(code, 0);
+    } else {
+      EXPECT_FALSE(std::filesystem::exists(path));
+    }
+    std::filesystem::remove(path);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.file(""))) << "a half-made file was left";
+  }
+}

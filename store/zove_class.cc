@@ -101,7 +101,7 @@ void ZoveClassBuild(ClassRec* cls) {
 
   // Controllers, module registry, exchange stream, value-handle transfer (TSGM TSRM TSUM TSDM
   // TSAM TSTM TSEX TSEx TSIm TSHX) and structure operations (TSDD TSDC TSTW TSFR TSDR TSTK):
-  // their Defn lines go here, handlers in files of their own.
+  // their table is in store/registry.cc, their handlers in files of their own.
   zoveDefineRegistryAndStructure(cls);
 }
 

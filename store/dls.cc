@@ -62,6 +62,10 @@ Word zoveNewDL(Object* self, const Msg& m) {
   ZoveData* d = zoveData(self);
   int32_t size = i32(m.w[1]);
   if (!d->space) return kNoSpace;
+  if (!isPrintableCode(uint32_t(m.w[0]))) {
+    zoveAssert();
+    return kWrongKind;
+  }
   zoveGCCheck(self);
   int64_t rounded = (int64_t(size < 0 ? 0 : size) + 3) / 4 * 4;
   if (size < 0 || rounded + kHeadBytes > fundra::kLmMaxSize) {

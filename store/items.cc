@@ -26,6 +26,11 @@ int32_t zoveFindItem(Object* self, int32_t dl, uint32_t key, Item* out) {
 Word zoveStoreItem(Object* self, int32_t dl, uint32_t key, int32_t ref, uint32_t kind) {
   ZoveData* d = zoveData(self);
   zoveCheckIfRaised(self, dl);
+  // A key the DL check would reject would fault the store at its next save: refuse it here.
+  if (!isPrintableCode(key)) {
+    zoveAssert();
+    return kWrongKind;
+  }
   if (ref > 0) {
     uint32_t type = kind & ~0xFFu;
     if (type == kHandle || type == kPartLink || type == kWeakHandle) {

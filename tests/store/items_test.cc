@@ -186,6 +186,12 @@ TEST_F(Items, BadDLNumbersAnswerCodesAndAssertWithoutTouchingMemory) {
   EXPECT_EQ(S(s, fc("TSHS"), dl, fc("hand"), 999), fundra::kLmNotLive);
   EXPECT_EQ(S(s, fc("TSCt"), dl), 1);
   EXPECT_EQ(asserts.size(), 8u);
+  // Keys and uTypes outside 32..126 would fail the DL check at the next save: refused.
+  EXPECT_EQ(S(s, fc("TSVS"), dl, 0x6B657980, 1), kWrongKind);
+  EXPECT_EQ(S(s, fc("TSBW"), dl, 0x0A0A0A0A, "ab", 2), kWrongKind);
+  EXPECT_EQ(S(s, fc("TSDN"), 0x20202000, 0, 0), kWrongKind);
+  EXPECT_EQ(S(s, fc("TSCt"), dl), 1);
+  EXPECT_EQ(asserts.size(), 11u);
   expectSound(s);
 }
 

@@ -302,7 +302,6 @@ void StoreDb::closeDatabase() {
   }
   if (db_) sqlite3_close_v2(db_);
   db_ = nullptr;
-  inTransaction_ = false;
 }
 
 void StoreDb::close() {
@@ -408,9 +407,7 @@ int32_t StoreDb::readRecord(int64_t key, fundra::TMemory* out) {
 
 int32_t StoreDb::begin() {
   if (readOnly_) return kVhdReadOnly;
-  int32_t r = exec("BEGIN IMMEDIATE;", "vhdSave");
-  inTransaction_ = r == 0;
-  return r;
+  return exec("BEGIN IMMEDIATE;", "vhdSave");
 }
 
 int32_t StoreDb::putSegment(int32_t s, const std::vector<uint8_t>& body) {
@@ -459,7 +456,6 @@ int32_t StoreDb::commit(const Head& head) {
     rollback();
     return r;
   }
-  inTransaction_ = false;
   head_ = head;
   return 0;
 }
@@ -468,7 +464,6 @@ void StoreDb::rollback() {
   // After some I/O errors SQLite has rolled back already; only an open transaction is ended.
   if (db_ && !sqlite3_get_autocommit(db_))
     sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
-  inTransaction_ = false;
 }
 
 int32_t StoreDb::segmentIds(std::vector<int32_t>* out) {

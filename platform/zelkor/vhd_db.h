@@ -89,7 +89,6 @@ class StoreDb {
   int lockFd_ = -1;
   uint64_t dev_ = 0, ino_ = 0;
   Head head_;
-  bool inTransaction_ = false;
   sqlite3_stmt* putSeg_ = nullptr;
   sqlite3_stmt* delSeg_ = nullptr;
   sqlite3_stmt* putRec_ = nullptr;

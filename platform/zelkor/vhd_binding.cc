@@ -12,7 +12,6 @@
 //     a journal and gets its name only once complete (StoreDb::publish).
 #include "platform/zelkor/vhd_binding.h"
 
-
 #include <algorithm>
 #include <map>
 #include <new>

@@ -5,6 +5,7 @@
 //   BM_KeySearchReference       a linear search of the same 8 keys in a plain array, from the
 //                               last to the first, returning the value
 //   BM_Collect/N                TSGC of a store of N reachable DLs (counter ns/DL)
+//   BM_SpaceValid/N             LmValid of the same space (TSGC runs it twice) (counter ns/DL)
 //   BM_MarkReference/N          depth-first walk with an explicit stack over the same graph held
 //                               as fixed records in a std::vector, a byte per number for
 //                               "visited" (counter ns/DL)
@@ -185,6 +186,17 @@ void BM_Collect(benchmark::State& state) {
   send(s, fc("Dspo"));
 }
 
+// The space's validity check on the same store, which TSGC runs before and after freeing: the
+// part of a collection that is not the store's own walk.
+void BM_SpaceValid(benchmark::State& state) {
+  const Graph& g = TheGraph(int32_t(state.range(0)));
+  fundra::ElementSpace* s = GraphSpace(g);
+  for (auto _ : state) benchmark::DoNotOptimize(s->LmValid());
+  state.counters["ns/DL"] = benchmark::Counter(
+      double(g.n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  delete s;
+}
+
 void BM_MarkReference(benchmark::State& state) {
   const Graph& g = TheGraph(int32_t(state.range(0)));
   constexpr int32_t kRecord = 20 + 4 * 12;
@@ -279,6 +291,7 @@ BENCHMARK(BM_ValueGet);
 BENCHMARK(BM_ValueSet);
 BENCHMARK(BM_KeySearchReference);
 BENCHMARK(BM_Collect)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SpaceValid)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MarkReference)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Grow)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_GrowReference)->Unit(benchmark::kMillisecond);

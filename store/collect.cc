@@ -68,12 +68,13 @@ int32_t zoveDoMark(Object* self, int32_t dl, int32_t depth, int32_t mode) {
   // the bytes of the next one while the walk is inside the current one.
   for (int32_t i = 0; i < count; ++i)
     if (v.items[i].ref > 0) s->LmPrefetch(v.items[i].ref, false);
+  for (int32_t i = 0; i < count; ++i)
+    if (v.items[i].ref > 0) s->LmPrefetch(v.items[i].ref, true);
   for (int32_t i = 0; i < count; ++i) {
     const Item& it = v.items[i];
     if (it.ref > 0) {
       uint32_t type = it.kind & ~0xFFu;
       if (type == kHandle || type == kPartLink) {
-        if (i + 1 < count && v.items[i + 1].ref > 0) s->LmPrefetch(v.items[i + 1].ref, true);
         r = zoveDoMark(self, it.ref, depth + 1, mode);
         if (r != 0) return r;
       } else if (type == kBlob) {

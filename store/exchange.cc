@@ -90,21 +90,24 @@ int32_t Exporter::appendDL(int32_t dl, int32_t* offset) {
   return nextIndex_++;
 }
 
-// One step of the walk: one item, or one list element, of the innermost DL record.
+// Walks the innermost DL record's items (and list elements) until a DL not written before
+// needs its own items walked first, or the record is done.
 int32_t Exporter::step() {
   Frame& f = stack_.back();
   int32_t child = -1;
-  if (f.list >= 0) {
-    if (f.elem >= word(f.list - 4) / 4) {
-      f.list = -1;
-      ++f.item;
-      return 0;
+  while (child < 0) {
+    if (f.list >= 0) {
+      if (f.elem >= word(f.list - 4) / 4) {
+        f.list = -1;
+        ++f.item;
+        continue;
+      }
+      int32_t index = appendDL(word(f.list + 4 * f.elem), &child);
+      if (index < 0) return index;
+      setWord(f.list + 4 * f.elem, index);
+      ++f.elem;
+      continue;
     }
-    int32_t index = appendDL(word(f.list + 4 * f.elem), &child);
-    if (index < 0) return index;
-    setWord(f.list + 4 * f.elem, index);
-    ++f.elem;
-  } else {
     if (f.item >= word(f.dl + offsetof(DLHead, count))) {
       stack_.pop_back();
       return 0;
@@ -117,7 +120,7 @@ int32_t Exporter::step() {
         return kBadValueType;
       }
       ++f.item;
-      return 0;
+      continue;
     }
     uint32_t type = it.kind & ~0xFFu;
     if (type == kBlob || isListType(type)) {
@@ -133,7 +136,7 @@ int32_t Exporter::step() {
         f.list = o;
         f.elem = 0;
       }
-      return 0;
+      continue;
     }
     if (type != kHandle && type != kPartLink && type != kWeakHandle) {
       fundra::Debug("zove", __LINE__);
@@ -144,7 +147,7 @@ int32_t Exporter::step() {
     setWord(itemOffset(f), index);
     ++f.item;
   }
-  if (child >= 0) stack_.push_back(Frame{child, 0, -1, 0});
+  stack_.push_back(Frame{child, 0, -1, 0});
   return 0;
 }
 

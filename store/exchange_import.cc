@@ -119,22 +119,25 @@ bool Parser::resolve(int32_t index, bool* pushed) {
   return true;
 }
 
-// One step: one item, or one list element, of the innermost DL record.
+// Reads the innermost DL record's items (and list elements) until a reference takes the next
+// record as a DL whose items are read first, or the record is done.
 bool Parser::step() {
   Frame& f = stack_.back();
   bool pushed = false;
-  if (f.list >= 0) {
-    const Rec& list = recs_[size_t(f.list)];
-    if (f.elem >= list.size / 4) {
-      f.list = -1;
-      ++f.item;
-      return true;
+  while (!pushed) {
+    if (f.list >= 0) {
+      const Rec& list = recs_[size_t(f.list)];
+      if (f.elem >= list.size / 4) {
+        f.list = -1;
+        ++f.item;
+        continue;
+      }
+      int32_t e;
+      std::memcpy(&e, bytes_ + list.offset + 4 * f.elem, 4);
+      ++f.elem;
+      if (!resolve(e, &pushed)) return false;
+      continue;
     }
-    int32_t e;
-    std::memcpy(&e, bytes_ + list.offset + 4 * f.elem, 4);
-    ++f.elem;
-    if (!resolve(e, &pushed)) return false;
-  } else {
     if (f.item >= head(f.rec).count) {
       stack_.pop_back();
       return true;
@@ -143,28 +146,25 @@ bool Parser::step() {
     uint32_t type = it.kind & ~0xFFu;
     if (it.ref <= 0) {
       ++f.item;
-      return true;
-    }
-    if (type == kBlob) {
-      if (it.ref != int32_t(byIndex_.size())) return false;
-      if (!next(RecKind::kBlob, f.rec, f.item)) return false;
+    } else if (type == kBlob) {
+      if (it.ref != int32_t(byIndex_.size()) || !next(RecKind::kBlob, f.rec, f.item)) return false;
       ++f.item;
-      return true;
-    }
-    if (isListType(type)) {
+    } else if (isListType(type)) {
       if (!next(RecKind::kList, f.rec, f.item) || recs_.back().size % 4 != 0) return false;
       f.list = int32_t(recs_.size()) - 1;
       f.elem = 0;
-      return true;
+    } else {
+      ++f.item;
+      if (!resolve(it.ref, &pushed)) return false;
     }
-    ++f.item;
-    if (!resolve(it.ref, &pushed)) return false;
   }
-  if (pushed) stack_.push_back(Frame{int32_t(recs_.size()) - 1, 0, -1, 0});
+  stack_.push_back(Frame{int32_t(recs_.size()) - 1, 0, -1, 0});
   return true;
 }
 
 int32_t Parser::run() {
+  recs_.reserve(size_t(end_ / 64));  // a guess at the record count: a DL with two items is 48
+  byIndex_.reserve(size_t(end_ / 64));
   if (!nextDL()) return kBadStream;
   stack_.push_back(Frame{0, 0, -1, 0});
   while (!stack_.empty())

@@ -1,3 +1,6 @@
+#include <cstdio>
+
+#include "platform/fundra/tstring.h"
 #include "tests/store/store_fixture.h"
 
 namespace zt {
@@ -164,6 +167,48 @@ TEST(StorePack, PackKeepsListedModulesAndCollectsWhatOnlyTheOthersReached) {
   expectSound(s);
   S(s, fc("Dspo"));
   S(l, fc("Dspo"));
+}
+
+}  // namespace
+}  // namespace zt
+
+namespace zt {
+namespace {
+
+// The store saved through its base and installed again from the file keeps its modules and data.
+TEST(StoreFile, ASavedStoreInstallsAgainWithItsModulesAndData) {
+  std::string path = ::testing::TempDir() + "zove_store_file_test.zst";
+  std::remove(path.c_str());
+  Object* s = newStore(3);
+  ASSERT_EQ(vhdCreateFile(objWord(s), path), 0);
+  ASSERT_EQ(S(s, fc("TSIn"), kChannel, 3), 0);
+  Word pro = S(s, fc("TSNM"), fc("PRO1"), 4);
+  Word obj = S(s, fc("TSDN"), fc("data"), 0, pro);
+  S(s, fc("TSLA"), pro, fc("objs"), obj);
+  fundra::TString name("Saved");
+  S(s, fc("TSSs"), obj, fc("Name"), &name);
+  Word junk = S(s, fc("TSDN"), fc("junk"), 0, 0);
+  S(s, fc("TSDU"), junk);
+  EXPECT_EQ(S(s, fc("HChg")), 0);
+  S(s, fc("Dspo"));
+
+  std::vector<std::string> trace;
+  Object* l = newListener(&trace);
+  s = asObject(send(ZelkorLookup(kZoveSig), fc("New ")));
+  S(s, fc("Setu"));
+  ASSERT_EQ(vhdOpenFile(objWord(s), path, VhdOpenMode::kReadWrite), 0);
+  ASSERT_EQ(S(s, fc("TSIn"), kChannel, 3), 0);
+  EXPECT_EQ(trace.front(), "XTSL PRO1 " + std::to_string(pro));
+  EXPECT_EQ(S(s, fc("TSLE"), pro, fc("objs"), 0), obj);
+  fundra::TString back;
+  EXPECT_EQ(S(s, fc("TSSg"), obj, fc("Name"), &back), 0);
+  EXPECT_EQ(back, "Saved");
+  EXPECT_EQ(S(s, fc("TSCS"), obj), toWord(fc("PRO1")));
+  EXPECT_NE(spaceOf(s)->LmTest(int32_t(junk)), 0);  // collected before the save
+  EXPECT_EQ(S(s, fc("TSCk")), 1);
+  S(s, fc("Dspo"));
+  S(l, fc("Dspo"));
+  std::remove(path.c_str());
 }
 
 }  // namespace

@@ -79,6 +79,30 @@ inline bool isKnownRefType(uint32_t t) {
          t == kWeakHandle;
 }
 
+// A person's name for an item type (itemType), or null for a type the store does not know.
+inline const char* itemTypeName(uint32_t t) {
+  switch (t) {
+    case kBlob:
+      return "blob";
+    case kHandle:
+      return "handle";
+    case kPartLink:
+      return "part link";
+    case kList:
+      return "list";
+    case kWeakList:
+      return "weak list";
+    case kWeakHandle:
+      return "weak handle";
+    case kImmediate:
+      return "immediate";
+    case kVHandle:
+      return "vhandle";
+    default:
+      return nullptr;
+  }
+}
+
 // Each of the four bytes, taken as a signed byte, lies in 32..126.
 inline bool isPrintableCode(uint32_t code) {
   for (int i = 0; i < 4; ++i) {

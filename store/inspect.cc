@@ -19,29 +19,6 @@ std::string format(const char* fmt, auto... args) {
 
 std::string code(uint32_t c) { return zelkor::fcString(c); }
 
-const char* typeName(uint32_t type) {
-  switch (type) {
-    case kBlob:
-      return "blob";
-    case kHandle:
-      return "handle";
-    case kPartLink:
-      return "part";
-    case kList:
-      return "list";
-    case kWeakList:
-      return "weak list";
-    case kWeakHandle:
-      return "weak handle";
-    case kImmediate:
-      return "value";
-    case kVHandle:
-      return "record";
-    default:
-      return "?";
-  }
-}
-
 // DLs reachable from DL 1 and the keep list, in walk order, without touching the marks.
 std::vector<int32_t> reachable(ZoveData* d) {
   fundra::ElementSpace* s = d->space;
@@ -162,7 +139,8 @@ std::string zoveDumpDL(zelkor::Object* store, int32_t dl) {
   for (int32_t i = 0; i < v.count(); ++i) {
     const Item& it = v.items[i];
     uint32_t type = itemType(it);
-    out += format("  '%s' %-11s", code(it.key).c_str(), typeName(type));
+    out += format("  '%s' %-11s", code(it.key).c_str(),
+                  (itemTypeName(type) ? itemTypeName(type) : "?"));
     if (type == kImmediate)
       out += format(" %d", int32_t(it.kind));
     else if (type == kVHandle)

@@ -87,24 +87,7 @@ std::string codeName(uint32_t code) {
 }
 
 std::string kindName(uint32_t type) {
-  switch (type) {
-    case kBlob:
-      return "blob";
-    case kHandle:
-      return "handle";
-    case kPartLink:
-      return "part link";
-    case kList:
-      return "list";
-    case kWeakList:
-      return "weak list";
-    case kWeakHandle:
-      return "weak handle";
-    case kImmediate:
-      return "immediate";
-    case kVHandle:
-      return "vhandle";
-  }
+  if (const char* name = itemTypeName(type)) return name;
   char buf[16];
   std::snprintf(buf, sizeof buf, "0x%08x", type);
   return buf;

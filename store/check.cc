@@ -22,8 +22,8 @@ using zelkor::send;
 namespace {
 
 // Fires the assertion at the line of the finding.
-int32_t fail(std::source_location where = std::source_location::current()) {
-  zoveAssert(where);
+int32_t fail(int line = __builtin_LINE()) {
+  zoveAssert(line);
   return kFaulted;
 }
 

@@ -10,12 +10,12 @@ namespace zove {
 using zelkor::fc;
 using zelkor::i32;
 
-void zoveAssert(std::source_location where) { fundra::Debug("zove", int(where.line())); }
+void zoveAssert(int line) { fundra::Debug("zove", line); }
 
-int32_t zoveOpenDL(Object* self, int32_t dl, DLView* v, std::source_location where) {
+int32_t zoveOpenDL(Object* self, int32_t dl, DLView* v, int line) {
   ZoveData* d = zoveData(self);
   int32_t r = d->space ? dlOpen(d->space, dl, v) : kNoSpace;
-  if (r != 0) zoveAssert(where);
+  if (r != 0) zoveAssert(line);
   return r;
 }
 

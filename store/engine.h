@@ -9,20 +9,19 @@
 #pragma once
 
 #include <cstdint>
-#include <source_location>
 
 #include "store/dl.h"
 #include "store/zove_class.h"
 
 namespace zove {
 
-// The store's `zove` assertion, reported with the caller's line.
-void zoveAssert(std::source_location where = std::source_location::current());
+// The store's `zove` assertion, reported with the caller's line. (__builtin_LINE rather than
+// std::source_location: the clang that builds the fuzzers has no working source_location.)
+void zoveAssert(int line = __builtin_LINE());
 
 // Opens DL n. A number that names no element, or an element that cannot be a DL, fires the
 // assertion (with the caller's line) and answers the element space's code or kWrongKind.
-int32_t zoveOpenDL(Object* self, int32_t dl, DLView* v,
-                   std::source_location where = std::source_location::current());
+int32_t zoveOpenDL(Object* self, int32_t dl, DLView* v, int line = __builtin_LINE());
 
 // Runs the DL check (check.cc) when the check level is non-zero; answers its result, else 0.
 int32_t zoveCheckIfRaised(Object* self, int32_t dl);

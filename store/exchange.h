@@ -39,13 +39,12 @@
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
 #include "platform/zelkor/word.h"
+#include "store/zove.h"
 
 namespace zove {
 
 constexpr uint32_t kExchangeTag = zelkor::fc("TEx.");
 constexpr int32_t kExchangeVersion = 256;
-// The stream is damaged or truncated (TSIm).
-constexpr int32_t kBadStream = -806;
 
 // Writes the structure reached from dl into out (sized to the stream). Answers 0, or the
 // space's code for a reference to a number that names no element, kWrongKind for a DL element

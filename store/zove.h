@@ -25,6 +25,7 @@ enum : int32_t {
   kTooDeep = -803,        // marking went deeper than kMaxDepth levels
   kBadRefType = -804,     // an item with a refnum has an unknown refnum type
   kBadValueType = -805,   // an item without a refnum has an unknown value type
+  kBadStream = -806,      // TSIm: the bytes are not a stream this store's exporter can write
   kWrongKind = -807,      // the item is not of the kind the selector reads (also: not a DL)
   kNoItem = -808,         // no item with the key, no such list element, no module DL
   kRefused = -809,        // a controller keeps the store busy, a DL is open, a controller clash

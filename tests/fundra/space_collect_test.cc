@@ -48,6 +48,7 @@ TEST(ElementSpaceMarks, CollectFreesUnmarkedElementsOnlyAndTheirNumbersComeBack)
   EXPECT_EQ(s.LmCount(), 199);  // 200 was unmarked, so the table shrank
   EXPECT_EQ(s.LmAddAssert(4), 2);
   EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+  EXPECT_EQ(s.LmValid(), 0);
 }
 
 TEST(ElementSpaceMarks, CompressPacksLiveBytesAndKeepsEveryElementIntact) {
@@ -76,6 +77,7 @@ TEST(ElementSpaceMarks, CompressPacksLiveBytesAndKeepsEveryElementIntact) {
   EXPECT_GT(s.LmAddAssert(48), 0);
   EXPECT_EQ(s.LmSetAssert(n[1], 16), 0);
   EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump(0);
+  EXPECT_EQ(s.LmValid(), 0);
 }
 
 }  // namespace

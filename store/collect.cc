@@ -11,6 +11,10 @@
 //  - An owned element already marked has a second holder (a sound store never has one). The
 //    walk goes on with the DL's next item, so everything reachable stays marked.
 //  - A list element that names no live element is skipped: pruning removes it right after.
+#include <algorithm>
+#include <new>
+#include <vector>
+
 #include "platform/fundra/debug.h"
 #include "store/engine.h"
 
@@ -31,121 +35,148 @@ Word zoveGCCheck(Object* self) {
 
 namespace {
 
+// What a marking walk needs at every DL, looked up once per walk.
+struct MarkWalk {
+  Object* self;
+  fundra::ElementSpace* space;
+  fundra::TDict* liveRecords;  // null outside a collection
+  bool checking;               // the check level is raised
+  int32_t mode;
+};
+
+int32_t markDL(const MarkWalk& w, int32_t dl, int32_t depth);
+
+// Follows an edge (or starts a walk) to DL `dl` at `depth`: the depth rule, the mark, then the
+// DL's items. A DL already marked ends the edge.
+inline int32_t follow(const MarkWalk& w, int32_t dl, int32_t depth) {
+  if (depth > kMaxDepth) {
+    DebugLogf(kLogFault, "zoveDoMark: DL %~d, too deep, depth > %~d", dl, kMaxDepth);
+    return kTooDeep;
+  }
+  int32_t r = w.space->LmMark(dl);
+  if (r == 0) return 0;
+  if (r < 0) {
+    DebugLogf(kLogFault, "zoveDoMark: DL %~d, LmMark/1 failed, %E", dl, r);
+    return r;
+  }
+  return markDL(w, dl, depth);
+}
+
 // Marks an owned element (blob, list, weak list) in mode 0; logs and answers a failure.
-int32_t markOwned(fundra::ElementSpace* s, int32_t dl, int32_t ref, int32_t mode,
-                  const char* failure) {
-  if (mode != 0) return 0;
-  int32_t r = s->LmMark(ref);
-  if (r < 0) DebugLogf(kLogFault, failure, dl, r);
-  return r < 0 ? r : 0;
+inline int32_t markOwned(const MarkWalk& w, int32_t dl, int32_t ref, const char* failure) {
+  if (w.mode != 0) return 0;
+  int32_t r = w.space->LmMark(ref);
+  if (r >= 0) return 0;
+  DebugLogf(kLogFault, failure, dl, r);
+  return r;
+}
+
+// The items of DL `dl`, just marked, from the first to the last.
+int32_t markDL(const MarkWalk& w, int32_t dl, int32_t depth) {
+  fundra::ElementSpace* s = w.space;
+  DLView v;
+  if (w.checking || dlOpen(s, dl, &v) != 0) {
+    // An element that cannot be a DL is reported by the check as what it is.
+    int32_t r = zoveCheckDL(w.self, dl);
+    if (r != 0) return r;
+    dlOpen(s, dl, &v);
+  }
+  // Nothing below allocates or moves an element, so the view stays valid.
+  const Item* items = v.items;
+  const int32_t count = v.head->count;
+  // The walk is bound by memory latency: start fetching the slot of every referent now; the
+  // bytes of a referent are asked for one referent ahead, once its slot has had time to come.
+  for (int32_t i = 0; i < count; ++i)
+    if (items[i].ref > 0) s->LmPrefetch(items[i].ref, false);
+  int32_t ahead = 0;  // the next item whose referent's bytes are still to be fetched
+  for (int32_t i = 0; i < count; ++i) {
+    const Item it = items[i];
+    if (it.ref <= 0) {
+      uint32_t type = uint32_t(it.ref) & ~0xFFu;
+      if (type == kVHandle) {
+        if (w.liveRecords) w.liveRecords->Remove(zelkor::toWord(it.kind));
+      } else if (type != kImmediate) {
+        DebugLogf(kLogFault, "zoveDoMark: DL %~d, item refnum 0x%08x bad", dl, it.ref);
+        return kBadValueType;
+      }
+      continue;
+    }
+    for (ahead = std::max(ahead, i + 1); ahead < count && items[ahead].ref <= 0; ++ahead) {
+    }
+    if (ahead < count) s->LmPrefetch(items[ahead++].ref, true);
+    uint32_t type = it.kind & ~0xFFu;
+    int32_t r = 0;
+    if (type == kHandle || type == kPartLink) {
+      r = follow(w, it.ref, depth + 1);
+    } else if (type == kBlob) {
+      r = markOwned(w, dl, it.ref, "zoveDoMark: DL %~d, LmMark/2 failed, %E");
+    } else if (type == kList || type == kWeakList) {
+      r = markOwned(w, dl, it.ref, "zoveDoMark: DL %~d, LmMark/3 failed, %E");
+      if (r != 0) return r;
+      int32_t size = s->LmSize(it.ref);
+      if (size < 0) {
+        DebugLogf(kLogFault, "zoveDoMark: DL %~d, LmSize failed, %E", dl, size);
+        return size;
+      }
+      if (type == kWeakList) continue;
+      const auto* elems = reinterpret_cast<const int32_t*>(s->LmGet(it.ref));
+      for (int32_t j = 0, n = size / 4; j < n && r == 0; ++j)
+        if (s->LmTest(elems[j]) == 0) r = follow(w, elems[j], depth + 1);
+    } else if (type != kWeakHandle) {
+      DebugLogf(kLogFault, "zoveDoMark: DL %~d, item value 0x%08x bad", dl, it.kind);
+      return kBadRefType;
+    }
+    if (r != 0) return r;
+  }
+  return 0;
 }
 
 }  // namespace
 
 int32_t zoveDoMark(Object* self, int32_t dl, int32_t depth, int32_t mode) {
   ZoveData* d = zoveData(self);
-  fundra::ElementSpace* s = d->space;
-  if (depth > kMaxDepth) {
-    DebugLogf(kLogFault, "zoveDoMark: DL %~d, too deep, depth > %~d", dl, kMaxDepth);
-    return kTooDeep;
-  }
-  int32_t r = s->LmMark(dl);
-  if (r == 0) return 0;
-  if (r < 0) {
-    DebugLogf(kLogFault, "zoveDoMark: DL %~d, LmMark/1 failed, %E", dl, r);
-    return r;
-  }
-  DLView v;
-  if (d->checkLevel != 0 || dlOpen(s, dl, &v) != 0) {
-    // An element that cannot be a DL is reported by the check as what it is.
-    r = zoveCheckDL(self, dl);
-    if (r != 0) return r;
-    dlOpen(s, dl, &v);
-  }
-  // Nothing below allocates or moves an element, so the view stays valid.
-  const int32_t count = v.head->count;
-  // The walk is bound by memory latency: start fetching the slots of every referent now, and
-  // the bytes of the next one while the walk is inside the current one.
-  for (int32_t i = 0; i < count; ++i)
-    if (v.items[i].ref > 0) s->LmPrefetch(v.items[i].ref, false);
-  for (int32_t i = 0; i < count; ++i)
-    if (v.items[i].ref > 0) s->LmPrefetch(v.items[i].ref, true);
-  for (int32_t i = 0; i < count; ++i) {
-    const Item& it = v.items[i];
-    if (it.ref > 0) {
-      uint32_t type = it.kind & ~0xFFu;
-      if (type == kHandle || type == kPartLink) {
-        r = zoveDoMark(self, it.ref, depth + 1, mode);
-        if (r != 0) return r;
-      } else if (type == kBlob) {
-        r = markOwned(s, dl, it.ref, mode, "zoveDoMark: DL %~d, LmMark/2 failed, %E");
-        if (r != 0) return r;
-      } else if (type == kList || type == kWeakList) {
-        r = markOwned(s, dl, it.ref, mode, "zoveDoMark: DL %~d, LmMark/3 failed, %E");
-        if (r != 0) return r;
-        int32_t size = s->LmSize(it.ref);
-        if (size < 0) {
-          DebugLogf(kLogFault, "zoveDoMark: DL %~d, LmSize failed, %E", dl, size);
-          return size;
-        }
-        if (type == kWeakList) continue;
-        const auto* elems = reinterpret_cast<const int32_t*>(s->LmGet(it.ref));
-        for (int32_t j = 0, n = size / 4; j < n; ++j) {
-          if (s->LmTest(elems[j]) != 0) continue;
-          r = zoveDoMark(self, elems[j], depth + 1, mode);
-          if (r != 0) return r;
-        }
-      } else if (type != kWeakHandle) {
-        DebugLogf(kLogFault, "zoveDoMark: DL %~d, item value 0x%08x bad", dl, it.kind);
-        return kBadRefType;
-      }
-    } else {
-      uint32_t type = uint32_t(it.ref) & ~0xFFu;
-      if (type == kVHandle) {
-        if (d->liveRecords) d->liveRecords->Remove(zelkor::toWord(it.kind));
-      } else if (type != kImmediate) {
-        DebugLogf(kLogFault, "zoveDoMark: DL %~d, item refnum 0x%08x bad", dl, it.ref);
-        return kBadValueType;
-      }
-    }
-  }
-  return 0;
+  const MarkWalk w{self, d->space, d->liveRecords, d->checkLevel != 0, mode};
+  return follow(w, dl, depth);
 }
 
 namespace {
 
-// Pruning from DL 1 after a collection: drops list entries and weak handles whose target is
-// gone and clears owner words that name a freed module DL. Answers whether it changed anything.
-bool prune(fundra::ElementSpace* s, int32_t dl) {
-  if (s->LmMark(dl) <= 0) return false;
+// Pruning after a collection, from DL 1: drops list entries and weak handles whose target is gone
+// and clears owner words that name a freed module DL. What it changes does not depend on the
+// order in which DLs are visited (every DL it reaches is pruned once, against the same set of
+// live elements), so it walks a queue and fetches DLs well ahead of their turn.
+
+// Prunes DL `dl`, already marked, and hands each live DL it leads to (handles, part links, list
+// and weak-list entries) to `reach`. Pruning only shrinks elements, and shrinking never moves
+// one, so the view stays valid. Answers whether it changed the DL or one of its lists.
+template <class Reach>
+bool pruneDL(fundra::ElementSpace* s, int32_t dl, Reach&& reach) {
   DLView v;
   if (dlOpen(s, dl, &v) != 0) return false;
-  for (int32_t i = 0; i < v.head->count; ++i)
-    if (v.items[i].ref > 0) s->LmPrefetch(v.items[i].ref, false);
   bool changed = false;
   if (v.head->owner != 0 && s->LmTest(v.head->owner) != 0) {
     v.head->owner = 0;
     changed = true;
   }
   for (int32_t i = v.head->count - 1; i >= 0; --i) {
-    Item it = v.items[i];
+    const Item it = v.items[i];
     if (it.ref <= 0) continue;
     uint32_t type = it.kind & ~0xFFu;
     if (isListType(type)) {
       int32_t size = s->LmSize(it.ref);
       if (size < 0) continue;
-      int32_t n = size / 4;
-      for (int32_t j = n - 1; j >= 0; --j) {
-        auto* elems = reinterpret_cast<int32_t*>(s->LmGet(it.ref));
-        if (s->LmTest(elems[j]) == 0) {
-          changed |= prune(s, elems[j]);
-          continue;
-        }
-        for (int32_t k = j; k < n - 1; ++k) elems[k] = elems[k + 1];
-        --n;
-        s->LmSetAssert(it.ref, n * 4);  // shrinking never moves
+      // Entries are kept in order; the ones naming nothing are squeezed out.
+      auto* elems = reinterpret_cast<int32_t*>(s->LmGet(it.ref));
+      int32_t n = size / 4, kept = 0;
+      for (int32_t j = 0; j < n; ++j) {
+        if (s->LmTest(elems[j]) != 0) continue;
+        elems[kept++] = elems[j];
+      }
+      if (kept < n) {
+        s->LmSetAssert(it.ref, kept * 4);
         changed = true;
       }
+      for (int32_t j = kept - 1; j >= 0; --j) reach(elems[j]);
     } else if (type == kWeakHandle) {
       if (s->LmTest(it.ref) == 0) continue;
       int32_t count = v.head->count - 1;
@@ -154,12 +185,41 @@ bool prune(fundra::ElementSpace* s, int32_t dl) {
       s->LmSetAssert(dl, kHeadBytes + v.head->dataSize + kItemBytes * count);
       changed = true;
     } else if (type == kHandle || type == kPartLink) {
-      if (i > 0 && v.items[i - 1].ref > 0) s->LmPrefetch(v.items[i - 1].ref, true);
-      changed |= prune(s, it.ref);
+      reach(it.ref);
     }
-    // Pruning shrinks elements only, and shrinking never moves one; the view is re-read after a
-    // change for the item count.
-    if (changed) dlOpen(s, dl, &v);
+  }
+  return changed;
+}
+
+// The same pruning one DL at a time, for when the queue cannot be had.
+bool pruneDeep(fundra::ElementSpace* s, int32_t dl) {
+  bool changed = false;
+  changed |= pruneDL(s, dl, [&](int32_t n) {
+    if (s->LmMark(n) > 0) changed |= pruneDeep(s, n);
+  });
+  return changed;
+}
+
+// Answers whether pruning changed anything. Each DL enters the queue once, when it is marked,
+// so the queue never holds more numbers than there are live elements.
+bool prune(fundra::ElementSpace* s) {
+  if (s->LmMark(kRootDL) <= 0) return false;
+  std::vector<int32_t> queue;
+  try {
+    queue.reserve(size_t(s->LmLiveCount()));
+  } catch (const std::bad_alloc&) {
+    return pruneDeep(s, kRootDL);
+  }
+  auto reach = [&](int32_t n) {
+    if (s->LmMark(n) > 0) queue.push_back(n);
+  };
+  bool changed = false;
+  queue.push_back(kRootDL);
+  // A DL's slot is fetched 16 turns ahead and its bytes 4 turns ahead.
+  for (size_t h = 0; h < queue.size(); ++h) {
+    if (h + 16 < queue.size()) s->LmPrefetch(queue[h + 16], false);
+    if (h + 4 < queue.size()) s->LmPrefetch(queue[h + 4], true);
+    changed |= pruneDL(s, queue[h], reach);
   }
   return changed;
 }
@@ -194,7 +254,7 @@ Word zoveCollect(Object* self, const Msg&) {
   }
   if (d->fault == 0) {
     s->LmUnmark();
-    prune(s, kRootDL);
+    prune(s);
     zelkor::Word chunk, one;
     fundra::TDictIter it(*d->liveRecords);
     while (it.Next(&chunk, &one)) send(d->file, fc("HRmv"), kRecordType, chunk);

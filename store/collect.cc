@@ -5,7 +5,15 @@
 // before it). Edges followed: handles, part links and the elements of lists; blobs, lists and
 // weak lists are owned elements, marked so that they survive but not walked (a weak list's
 // elements are not marked); weak handles are neither marked nor followed. The root of a walk is
-// level 0; a walk may reach level kMaxDepth and fails one level deeper.
+// level 0; a walk may reach level kMaxDepth and fails one level deeper. Its cost is memory
+// latency: each DL is a slot read and then a bytes read, so the walk asks for referents' slots on
+// entering a DL and for a referent's bytes one referent ahead.
+//
+// Pruning reaches each DL once, like marking, but from a queue instead of depth first: what it
+// changes (a dead owner word cleared, dead weak handles and list entries removed) depends only on
+// which elements are live, so the order is free, and a queue lets it fetch DLs well ahead. The
+// queue holds a word per live element at most and is made per collection; without it, pruning
+// recurses instead.
 //
 // Choices where a damaged store leaves room:
 //  - An owned element already marked has a second holder (a sound store never has one). The
@@ -34,6 +42,15 @@ Word zoveGCCheck(Object* self) {
 }
 
 namespace {
+
+// Asks for the bytes of element n: its first two cache lines, which hold a DL's header and its
+// first items wherever the element starts. Its slot should already be on its way.
+inline void fetchBytes(const fundra::ElementSpace* s, int32_t n) {
+  if (const uint8_t* at = s->LmGet(n)) {
+    __builtin_prefetch(at);
+    __builtin_prefetch(at + 64);
+  }
+}
 
 // What a marking walk needs at every DL, looked up once per walk.
 struct MarkWalk {
@@ -103,7 +120,7 @@ int32_t markDL(const MarkWalk& w, int32_t dl, int32_t depth) {
     }
     for (ahead = std::max(ahead, i + 1); ahead < count && items[ahead].ref <= 0; ++ahead) {
     }
-    if (ahead < count) s->LmPrefetch(items[ahead++].ref, true);
+    if (ahead < count) fetchBytes(s, items[ahead++].ref);
     uint32_t type = it.kind & ~0xFFu;
     int32_t r = 0;
     if (type == kHandle || type == kPartLink) {
@@ -140,11 +157,6 @@ int32_t zoveDoMark(Object* self, int32_t dl, int32_t depth, int32_t mode) {
 }
 
 namespace {
-
-// Pruning after a collection, from DL 1: drops list entries and weak handles whose target is gone
-// and clears owner words that name a freed module DL. What it changes does not depend on the
-// order in which DLs are visited (every DL it reaches is pruned once, against the same set of
-// live elements), so it walks a queue and fetches DLs well ahead of their turn.
 
 // Prunes DL `dl`, already marked, and hands each live DL it leads to (handles, part links, list
 // and weak-list entries) to `reach`. Pruning only shrinks elements, and shrinking never moves
@@ -218,7 +230,7 @@ bool prune(fundra::ElementSpace* s) {
   // A DL's slot is fetched 16 turns ahead and its bytes 4 turns ahead.
   for (size_t h = 0; h < queue.size(); ++h) {
     if (h + 16 < queue.size()) s->LmPrefetch(queue[h + 16], false);
-    if (h + 4 < queue.size()) s->LmPrefetch(queue[h + 4], true);
+    if (h + 4 < queue.size()) fetchBytes(s, queue[h + 4]);
     changed |= pruneDL(s, queue[h], reach);
   }
   return changed;

@@ -99,7 +99,8 @@ TEST(TMemory, SetSizeKeepsBytesFillsGrowthAndCopiesAreIndependent) {
   EXPECT_EQ(m.MemPtr()[0], 'a');
   TMemory assigned;
   assigned = copy;
-  assigned = assigned;
+  TMemory& same = assigned;  // self-assignment keeps the bytes
+  assigned = same;
   EXPECT_EQ(assigned.GetSize(), 3);
   EXPECT_EQ(assigned.MemPtr()[0], 'z');
   TMemory moved(std::move(assigned));

@@ -112,17 +112,17 @@ void report(benchmark::State& state, int64_t bytes, double seconds, double refSe
 // The saved store the later benchmarks use, and the time its full save took.
 std::string gSaved;
 double gFullSave = 0;
+int gRound = 0;  // file names stay unique across repetitions
 
 void BM_FullSave(benchmark::State& state) {
   double total = 0, refTotal = 0;
   int64_t bytes = 0;
-  int round = 0;
   for (auto _ : state) {
     fundra::ElementSpace* space = makeSpace(kDLs);
     bytes = space->LmLiveBytes();
     Word h = newHandle();
     send(h, kHNew, space, 1);
-    std::string path = benchDir() + "/full" + std::to_string(round++) + ".zst";
+    std::string path = benchDir() + "/full" + std::to_string(gRound++) + ".zst";
     auto t = Clock::now();
     if (vhdCreateFile(h, path) != 0) state.SkipWithError("create failed");
     double s = secondsSince(t);

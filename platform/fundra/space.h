@@ -172,6 +172,10 @@ class ElementSpace {
   int32_t LmLoad(int32_t n, const void* bytes, int32_t size);
   int32_t LmLoad(int32_t n, const void* bytes, int32_t size, uint64_t sum);
   int32_t LmLoadSeal(int32_t liveCount, uint64_t spaceSum);
+  // Before a load of about `numbers` numbers and `bytes` bytes of elements: grows the table once
+  // and takes one chunk for the bytes, so the loads that follow neither regrow the table nor
+  // allocate chunk by chunk. Only a hint: answers 0, or kLmNoMemory.
+  int32_t LmReserve(int32_t numbers, int64_t bytes);
   const std::vector<std::string>& LmLoadFaults() const { return loadFaults_; }
 
  private:
@@ -194,6 +198,7 @@ class ElementSpace {
   int32_t TakeNumber();
   int32_t Grow(int32_t n);
   uint8_t* StoreSmall(int32_t size);
+  int32_t ReserveChunk(int64_t bytes);
   uint8_t* Store(int32_t size, uint32_t* largeBit);
   void Release(uint8_t* at, int32_t size, uint32_t largeBit);
   void ReleaseTail(uint8_t* at, size_t bytes);

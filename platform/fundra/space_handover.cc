@@ -6,6 +6,7 @@
 // hand-over; the next LmChanges sums the live elements again and compares.
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "platform/fundra/space.h"
 
@@ -109,12 +110,20 @@ int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size) {
     loadFaults_.push_back(where() + "loaded twice");
     return kLmTaken;
   }
-  int32_t r = LmSetAssert(n, size);
+  // LmSetAssert would zero the bytes first; a load writes them once.
+  uint32_t large = 0;
+  uint8_t* at = Store(size, &large);
+  int32_t r = at ? Grow(n) : kLmNoMemory;
   if (r < 0) {
+    if (at) Release(at, size, large);
     loadFaults_.push_back(where() + "no room");
     return r;
   }
-  if (size > 0) std::memcpy(slots_[size_t(n)].at, bytes, size_t(size));
+  if (size > 0) std::memcpy(at, bytes, size_t(size));
+  slots_[size_t(n)] = Slot{at, size, large};
+  marks_[size_t(n)] = kUnmarked;
+  ++live_;
+  liveBytes_ += size;
   pendingValid_ = false;
   try {
     if (handed_.size() <= size_t(n)) handed_.resize(size_t(n) + 1, 0);
@@ -132,6 +141,18 @@ int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size, uint64_
     return kLmDamaged;
   }
   return r;
+}
+
+int32_t ElementSpace::LmReserve(int32_t numbers, int64_t bytes) {
+  size_t want = size_t(std::clamp(numbers, 0, kLmMaxNumber)) + 1;
+  try {
+    slots_.reserve(want);
+    marks_.reserve(want);
+    handed_.reserve(want);
+  } catch (const std::bad_alloc&) {
+    return kLmNoMemory;
+  }
+  return ReserveChunk(bytes);
 }
 
 int32_t ElementSpace::LmLoadSeal(int32_t liveCount, uint64_t spaceSum) {

@@ -58,24 +58,32 @@ uint8_t* ElementSpace::StoreSmall(int32_t size) {
   }
   if (size_t(bumpEnd_ - bump_) < bytes) {
     // Chunks grow with the heap so that a small space stays small and a large one does not
-    // call malloc often; the old chunk's tail becomes free blocks.
-    int64_t want = std::clamp(chunkBytes_ / 4, kFirstChunk, kMaxChunk) & ~int64_t(7);
-    uint8_t* base = static_cast<uint8_t*>(HugeAlloc(size_t(want)));
-    if (!base) return nullptr;
-    try {
-      chunks_.push_back(Chunk{base, size_t(want)});
-    } catch (const std::bad_alloc&) {
-      std::free(base);
-      return nullptr;
-    }
-    if (bump_) ReleaseTail(bump_, size_t(bumpEnd_ - bump_));
-    chunkBytes_ += want;
-    bump_ = base;
-    bumpEnd_ = base + want;
+    // call malloc often.
+    if (ReserveChunk(std::clamp(chunkBytes_ / 4, kFirstChunk, kMaxChunk)) < 0) return nullptr;
   }
   uint8_t* at = bump_;
   bump_ += bytes;
   return at;
+}
+
+// Makes the bump area at least `bytes` long with a new chunk; the old chunk's tail becomes free
+// blocks.
+int32_t ElementSpace::ReserveChunk(int64_t bytes) {
+  if (bytes <= bumpEnd_ - bump_) return 0;
+  int64_t want = (std::max(bytes, kFirstChunk) + 7) & ~int64_t(7);
+  uint8_t* base = static_cast<uint8_t*>(HugeAlloc(size_t(want)));
+  if (!base) return kLmNoMemory;
+  try {
+    chunks_.push_back(Chunk{base, size_t(want)});
+  } catch (const std::bad_alloc&) {
+    std::free(base);
+    return kLmNoMemory;
+  }
+  if (bump_) ReleaseTail(bump_, size_t(bumpEnd_ - bump_));
+  chunkBytes_ += want;
+  bump_ = base;
+  bumpEnd_ = base + want;
+  return 0;
 }
 
 uint8_t* ElementSpace::Store(int32_t size, uint32_t* largeBit) {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -321,6 +322,14 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
   std::string why;
   int rc = SQLITE_DONE;
   if (!r) {
+    // Room for every element in one go spares the space its table regrowth and a chunk
+    // allocation every few thousand elements. The file's size bounds both (an element takes
+    // at least its 8-byte entry), so a damaged head cannot make it reserve more. Only a hint.
+    struct stat file;
+    if (::stat(path_.c_str(), &file) == 0) {
+      int64_t bytes = int64_t(file.st_size);
+      space->LmReserve(int32_t(std::min<int64_t>(head_.liveCount, bytes / 8)), bytes);
+    }
     rc = sqlite3_prepare_v2(db_, "SELECT id, body FROM seg", -1, &st, nullptr);
     int32_t segments = 0, elements = 0;
     uint64_t digest = 0;

@@ -96,6 +96,28 @@ TEST(ElementSpaceHandOver, ASpaceRebuiltFromItsSavedPairsIsSoundEqualAndHasNothi
   EXPECT_EQ(r.LmAddAssert(4), 3);  // gaps in the loaded numbers are free numbers
 }
 
+TEST(ElementSpaceHandOver, ALoadIntoReservedRoomIsTheSameAsOneWithout) {
+  ElementSpace s(1024, 0);
+  for (int i = 0; i < 500; ++i)
+    std::memset(s.LmGet(s.LmAddAssert(i % 70 + (i == 9 ? 600 : 0))), i, size_t(i % 70));
+  s.LmRemove(17);
+  Saved saved;
+  saved.Take(s);
+
+  ElementSpace r(1024, 0);
+  ASSERT_EQ(r.LmReserve(500, s.LmLiveBytes()), 0);
+  saved.Load(r);
+  EXPECT_EQ(r.LmValid(), 0) << r.LmCheck().front();
+  EXPECT_EQ(r.LmSpaceSum(), s.LmSpaceSum());
+  EXPECT_EQ(r.LmCount(), s.LmCount());
+  // What the reserve left over serves later additions; a second reserve keeps the elements.
+  EXPECT_EQ(r.LmAddAssert(24), 17);
+  EXPECT_EQ(r.LmReserve(10, 1 << 20), 0);
+  EXPECT_EQ(r.LmSize(r.LmAddAssert(40)), 40);
+  EXPECT_EQ(r.LmSumOf(9), s.LmSumOf(9));
+  EXPECT_EQ(r.LmValid(), 0) << r.LmCheck().front();
+}
+
 TEST(ElementSpaceHandOver, DamagedPairsAreReportedByValidAndNotRepaired) {
   ElementSpace s(1024, 0);
   for (int i = 1; i <= 20; ++i) std::memset(s.LmGet(s.LmAddAssert(16)), i, 16);

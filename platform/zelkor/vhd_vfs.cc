@@ -85,10 +85,21 @@ int shimDeviceCharacteristics(sqlite3_file* f) {
   return real(f)->pMethods->xDeviceCharacteristics(real(f));
 }
 
-// Version 1 methods only: no shared memory (the store file uses a rollback journal) and no
-// memory mapping, so every byte SQLite reads passes through shimRead.
+// A mapped read counts as a read: a test can fail it like any other. Shared memory is never
+// offered (the store file uses a rollback journal).
+int shimFetch(sqlite3_file* f, sqlite3_int64 at, int n, void** p) {
+  *p = nullptr;
+  if (int r = fault(SQLITE_IOERR_READ, false)) return r;
+  const sqlite3_io_methods* m = real(f)->pMethods;
+  return m->iVersion >= 3 && m->xFetch ? m->xFetch(real(f), at, n, p) : SQLITE_OK;
+}
+int shimUnfetch(sqlite3_file* f, sqlite3_int64 at, void* p) {
+  const sqlite3_io_methods* m = real(f)->pMethods;
+  return m->iVersion >= 3 && m->xUnfetch ? m->xUnfetch(real(f), at, p) : SQLITE_OK;
+}
+
 const sqlite3_io_methods kShimMethods = {
-    .iVersion = 1,
+    .iVersion = 3,
     .xClose = shimClose,
     .xRead = shimRead,
     .xWrite = shimWrite,
@@ -105,8 +116,8 @@ const sqlite3_io_methods kShimMethods = {
     .xShmLock = nullptr,
     .xShmBarrier = nullptr,
     .xShmUnmap = nullptr,
-    .xFetch = nullptr,
-    .xUnfetch = nullptr,
+    .xFetch = shimFetch,
+    .xUnfetch = shimUnfetch,
 };
 
 int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, int* outFlags) {

@@ -1,9 +1,10 @@
 // The fault seam of the store file: every file operation SQLite makes on a store file goes
 // through a thin layer over the system's own file layer, which counts them and can make one fail.
 //
-// Counted calls: read, write, truncate, sync (of the database and of its journal). A test runs a
-// scenario once to learn how many calls it makes, then runs it again with failAt = 1, 2, ... so
-// that every call of the scenario fails once. Not thread-safe: one test drives it at a time.
+// Counted calls: read (a mapped read counts as one), write, truncate, sync (of the database and
+// of its journal). A test runs a scenario once to learn how many calls it makes, then runs it again
+// with failAt = 1, 2, ... so that every call of the scenario fails once. Not thread-safe: one test
+// drives it at a time.
 #pragma once
 
 #include <cstdint>

@@ -153,6 +153,7 @@ void BM_SaveAfter100Changes(benchmark::State& state) {
     for (int i = 0; i < 100; ++i) {
       int32_t n = int32_t(1 + rng() % uint32_t(kDLs));
       space->LmGet(n)[0] ^= 0xFF;
+      space->LmTouch(n);
     }
     auto t = Clock::now();
     if (send(h, kHChg) != 0) state.SkipWithError("save failed");

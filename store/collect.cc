@@ -168,6 +168,7 @@ bool pruneDL(fundra::ElementSpace* s, int32_t dl, Reach&& reach) {
   bool changed = false;
   if (v.head->owner != 0 && s->LmTest(v.head->owner) != 0) {
     v.head->owner = 0;
+    s->LmTouch(dl);
     changed = true;
   }
   for (int32_t i = v.head->count - 1; i >= 0; --i) {

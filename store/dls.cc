@@ -19,9 +19,15 @@ int32_t zoveOpenDL(Object* self, int32_t dl, DLView* v, int line) {
   return r;
 }
 
+int32_t zoveEditDL(Object* self, int32_t dl, DLView* v, int line) {
+  int32_t r = zoveOpenDL(self, dl, v, line);
+  if (r == 0) zoveData(self)->space->LmTouch(dl);
+  return r;
+}
+
 int32_t zoveKeep(Object* self, int32_t dl) {
   DLView v;
-  int32_t r = zoveOpenDL(self, dl, &v);
+  int32_t r = zoveEditDL(self, dl, &v);
   if (r != 0) return r;
   if (!(v.head->flags & kKeptFlag)) {
     v.head->flags |= kKeptFlag;
@@ -32,7 +38,7 @@ int32_t zoveKeep(Object* self, int32_t dl) {
 
 int32_t zoveRelease(Object* self, int32_t dl) {
   DLView v;
-  int32_t r = zoveOpenDL(self, dl, &v);
+  int32_t r = zoveEditDL(self, dl, &v);
   if (r != 0) return r;
   if (v.head->flags & kKeptFlag) {
     zoveData(self)->keep.Del(dl);
@@ -49,6 +55,10 @@ int32_t dlArg(const Msg& m) { return i32(m.w[0]); }
 #define OPEN_OR(fallback) \
   DLView v;               \
   if (zoveOpenDL(self, dlArg(m), &v) != 0) return fallback
+// The same for a handler that writes into the DL or hands out its address.
+#define EDIT_OR(fallback) \
+  DLView v;               \
+  if (zoveEditDL(self, dlArg(m), &v) != 0) return fallback
 
 // TSRD and TSWD accept a length whose rounding up to 4 is the data size.
 bool lengthMatches(const DLView& v, int32_t length) {
@@ -96,7 +106,7 @@ Word zoveGetDataSize(Object* self, const Msg& m) {
 }
 
 Word zoveGetDataPtr(Object* self, const Msg& m) {
-  OPEN_OR(0);
+  EDIT_OR(0);
   return zelkor::toWord(v.data);
 }
 
@@ -117,7 +127,7 @@ Word zoveGetData(Object* self, const Msg& m) {
 Word zoveSetData(Object* self, const Msg& m) {
   int32_t dl = dlArg(m);
   zoveCheckIfRaised(self, dl);
-  OPEN_OR(0);
+  EDIT_OR(0);
   const auto* buffer = zelkor::asPtr<const uint8_t>(m.w[1]);
   int32_t length = i32(m.w[2]);
   if (!lengthMatches(v, length) || (!buffer && length > 0)) {
@@ -130,7 +140,7 @@ Word zoveSetData(Object* self, const Msg& m) {
 
 Word zoveSetShared(Object* self, const Msg& m) {
   zoveCheckIfRaised(self, dlArg(m));
-  OPEN_OR(0);
+  EDIT_OR(0);
   v.head->flags |= kSharedFlag;
   return 0;
 }
@@ -142,7 +152,7 @@ Word zoveTstShared(Object* self, const Msg& m) {
 
 Word zoveSetInvisible(Object* self, const Msg& m) {
   zoveCheckIfRaised(self, dlArg(m));
-  OPEN_OR(0);
+  EDIT_OR(0);
   if (m.w[1])
     v.head->flags |= kInvisibleFlag;
   else

@@ -23,6 +23,11 @@ void zoveAssert(int line = __builtin_LINE());
 // assertion (with the caller's line) and answers the element space's code or kWrongKind.
 int32_t zoveOpenDL(Object* self, int32_t dl, DLView* v, int line = __builtin_LINE());
 
+// Opens DL n for writing: as zoveOpenDL, and tells the element space that the DL's bytes may
+// change, so the next save takes it. Every handler that writes into a DL through its address, or
+// hands the address out, opens it with this.
+int32_t zoveEditDL(Object* self, int32_t dl, DLView* v, int line = __builtin_LINE());
+
 // Runs the DL check (check.cc) when the check level is non-zero; answers its result, else 0.
 int32_t zoveCheckIfRaised(Object* self, int32_t dl);
 // The DL check itself: 0, or kFaulted after logging and asserting the first finding.
@@ -48,9 +53,12 @@ Word zoveStoreItem(Object* self, int32_t dl, uint32_t key, int32_t ref, uint32_t
 Word zoveRemoveItem(Object* self, int32_t dl, uint32_t key);
 
 // Blob reading (values.cc): finds the item, which must be a refnum of `type` (kBlob or kList);
-// answers 0 with the element's address and size, kNoItem, kWrongKind or the space's code.
+// answers 0 with the element's address and size, kNoItem, kWrongKind or the space's code. A
+// caller that writes through the address, or hands it out, passes `touch`: the element is then
+// recorded as touched for the next save.
+enum class BlobUse { kRead, kTouch };
 int32_t zoveReadBlob(Object* self, int32_t dl, uint32_t key, uint32_t type, uint8_t** at,
-                     int32_t* size);
+                     int32_t* size, BlobUse use = BlobUse::kRead);
 // Blob writing: writes n bytes from src (null: zeros) under the key as a blob or list element
 // of `type`, reusing an element of the same type. Counts a change; answers the counter word.
 Word zoveWriteBlob(Object* self, int32_t dl, uint32_t key, const void* src, int32_t n,

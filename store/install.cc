@@ -195,7 +195,7 @@ Word zoveSetFault(Object* self, const Msg& m) {
 // TSVU (version): the low 16 bits go into the root's version field.
 Word zoveSetVersion(Object* self, const Msg& m) {
   DLView root;
-  if (zoveOpenDL(self, kRootDL, &root) != 0) return 0;
+  if (zoveEditDL(self, kRootDL, &root) != 0) return 0;
   if (root.head->dataSize < kRootDataBytes) {
     zoveAssert();
     return 0;

@@ -43,7 +43,7 @@ Word zoveStoreItem(Object* self, int32_t dl, uint32_t key, int32_t ref, uint32_t
     }
   }
   DLView v;
-  int32_t r = zoveOpenDL(self, dl, &v);
+  int32_t r = zoveEditDL(self, dl, &v);
   if (r != 0) return r;
   int32_t i = dlFind(v, key);
   if (i >= 0) {
@@ -68,7 +68,7 @@ Word zoveRemoveItem(Object* self, int32_t dl, uint32_t key) {
   ZoveData* d = zoveData(self);
   zoveCheckIfRaised(self, dl);
   DLView v;
-  int32_t r = zoveOpenDL(self, dl, &v);
+  int32_t r = zoveEditDL(self, dl, &v);
   if (r != 0) return r;
   int32_t i = dlFind(v, key);
   if (i < 0) return kNoItem;

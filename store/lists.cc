@@ -18,11 +18,13 @@ namespace {
 int32_t dlArg(const Msg& m) { return i32(m.w[0]); }
 uint32_t keyArg(const Msg& m) { return u32(m.w[1]); }
 
-// The list under the key: 0 and its words, kNoItem, kWrongKind, or the space's code.
-int32_t openList(Object* self, int32_t dl, uint32_t key, int32_t** at, int32_t* count) {
+// The list under the key: 0 and its words, kNoItem, kWrongKind, or the space's code. A caller
+// that rewrites the list in place opens it with BlobUse::kTouch.
+int32_t openList(Object* self, int32_t dl, uint32_t key, int32_t** at, int32_t* count,
+                 BlobUse use = BlobUse::kRead) {
   uint8_t* bytes;
   int32_t size;
-  int32_t r = zoveReadBlob(self, dl, key, kList, &bytes, &size);
+  int32_t r = zoveReadBlob(self, dl, key, kList, &bytes, &size, use);
   if (r != 0) return r;
   *at = reinterpret_cast<int32_t*>(bytes);
   *count = size / 4;
@@ -105,7 +107,7 @@ Word zoveListDelete(Object* self, int32_t dl, uint32_t key, int32_t member) {
   zoveCheckIfRaised(self, dl);
   int32_t* at;
   int32_t count;
-  int32_t r = openList(self, dl, key, &at, &count);
+  int32_t r = openList(self, dl, key, &at, &count, BlobUse::kTouch);
   if (r == kNoItem) return r;
   if (r != 0) {
     zoveAssert();
@@ -185,7 +187,7 @@ Word zoveSortList(Object* self, const Msg& m) {
   zoveCheckIfRaised(self, dlArg(m));
   int32_t* at;
   int32_t count;
-  int32_t r = openList(self, dlArg(m), keyArg(m), &at, &count);
+  int32_t r = openList(self, dlArg(m), keyArg(m), &at, &count, BlobUse::kTouch);
   if (r == kNoItem) return 0;
   auto compare = reinterpret_cast<fundra::SortCompare>(m.w[3]);
   if (r != 0 || !compare) {

@@ -153,13 +153,19 @@ void fixUp(fundra::ElementSpace* space, const DLMap& map, int32_t dl) {
       if (it.ref <= 0) continue;
       uint32_t type = it.kind & ~0xFFu;
       if (type == kHandle) {
-        if (int32_t copy = map.get(it.ref); copy > 0) it.ref = copy;
+        if (int32_t copy = map.get(it.ref); copy > 0) {
+          it.ref = copy;
+          space->LmTouch(n);
+        }
         todo.push_back(it.ref);
       } else if (type == kList) {
         ListView l;
         if (listOpen(space, it.ref, &l) != 0) continue;
         for (int32_t k = l.count - 1; k >= 0; --k) {
-          if (int32_t copy = map.get(l.at[k]); copy > 0) l.at[k] = copy;
+          if (int32_t copy = map.get(l.at[k]); copy > 0) {
+            l.at[k] = copy;
+            space->LmTouch(it.ref);
+          }
           todo.push_back(l.at[k]);
         }
       } else if (type == kPartLink || type == kWeakHandle) {

@@ -15,7 +15,7 @@ using zelkor::i32;
 using zelkor::u32;
 
 int32_t zoveReadBlob(Object* self, int32_t dl, uint32_t key, uint32_t type, uint8_t** at,
-                     int32_t* size) {
+                     int32_t* size, BlobUse use) {
   Item it;
   int32_t r = zoveFindItem(self, dl, key, &it);
   if (r < 0) return r;
@@ -24,6 +24,7 @@ int32_t zoveReadBlob(Object* self, int32_t dl, uint32_t key, uint32_t type, uint
   *size = s->LmSize(it.ref);
   if (*size < 0) return *size;
   *at = s->LmGet(it.ref);
+  if (use == BlobUse::kTouch) s->LmTouch(it.ref);
   return 0;
 }
 
@@ -150,7 +151,9 @@ Word zoveGetBlobSize(Object* self, const Msg& m) {
 Word zoveGetBlobPtr(Object* self, const Msg& m) {
   uint8_t* at;
   int32_t size;
-  return zoveReadBlob(self, dlArg(m), keyArg(m), kBlob, &at, &size) != 0 ? 0 : zelkor::toWord(at);
+  // The caller may write through the address.
+  int32_t r = zoveReadBlob(self, dlArg(m), keyArg(m), kBlob, &at, &size, BlobUse::kTouch);
+  return r != 0 ? 0 : zelkor::toWord(at);
 }
 
 // TSBR (DL, key, buffer, capacity): the first min(size, capacity) bytes.

@@ -102,6 +102,7 @@ void ElementSpace::Free(int32_t n) {
   liveBytes_ -= s.size;
   s = Slot{nullptr, 0, 0};
   marks_[size_t(n)] = 0;
+  LmTouch(n);
   freeNumbers_.push_back(n);
   std::push_heap(freeNumbers_.begin(), freeNumbers_.end(), std::greater<int32_t>());
 }
@@ -123,10 +124,13 @@ int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
     marks_[size_t(n)] = kUnmarked;
     ++live_;
     liveBytes_ += size;
+    LmTouch(n);
     return 0;
   }
   Slot& s = slots_[size_t(n)];
   int32_t old = s.size;
+  // Callers size an element and then write into it: even an unchanged size counts as a touch.
+  LmTouch(n);
   if (size == old) return 0;
   uint32_t large = s.flags & kLargeBit;
   int64_t room = large ? LargeCap(s.at) : (int64_t(old) + 7) & ~int64_t(7);
@@ -180,6 +184,7 @@ int32_t ElementSpace::LmAddAssert(int32_t size, const void* source) {
   marks_[size_t(n)] = kUnmarked;
   ++live_;
   liveBytes_ += size;
+  LmTouch(n);
   return n;
 }
 
@@ -209,6 +214,8 @@ int32_t ElementSpace::LmSwap(int32_t a, int32_t b) {
   std::swap(x.at, y.at);
   std::swap(x.size, y.size);
   std::swap(x.flags, y.flags);
+  LmTouch(a);
+  LmTouch(b);
   return 0;
 }
 
@@ -238,6 +245,7 @@ int32_t ElementSpace::LmCollect() {
     --live_;
     liveBytes_ -= s.size;
     s = Slot{nullptr, 0, 0};
+    LmTouch(int32_t(n));
     ++freed;
   }
   if (freed > 0) {

@@ -40,6 +40,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/fundra/huge_alloc.h"
@@ -153,11 +154,19 @@ class ElementSpace {
   int64_t LmTableBytes() const;
 
   // --- Hand-over to a persistence layer --------------------------------------------------------
-  // Saving: LmChanges() tells what differs from the last hand-over (by content, so writes made
-  // through LmGet addresses are seen); save those, then LmHandedOver() without changing the
+  // The space keeps a record of the numbers touched since the last hand-over: every number its
+  // own operations create, resize, remove, swap or collect, and every number a caller names with
+  // LmTouch after writing through its address. A write through an address that is not followed
+  // by LmTouch before the next LmChanges is lost to the persistence layer. While the space is
+  // locked at a hand-over the record is kept, so addresses held across a save stay covered.
+  //
+  // Saving: LmChanges() tells which touched numbers differ from the last hand-over (by content:
+  // rewriting the same bytes is no change); save those, then LmHandedOver() without changing the
   // space in between. A new space has handed over nothing.
   LmDelta LmChanges();
   void LmHandedOver();
+  // Element n's bytes were (or may have been) written through its address. Cheap: a bit test.
+  inline void LmTouch(int32_t n);
   // A 64-bit sum of bytes, and of element n's bytes (0 when n is not live).
   static uint64_t LmSum(const void* bytes, int32_t size);
   uint64_t LmSumOf(int32_t n) const;
@@ -167,7 +176,7 @@ class ElementSpace {
   // Loading into an empty space: LmLoad for each saved (number, bytes[, sum]) pair, in any order,
   // then LmLoadSeal with the live count and LmSpaceSum saved with them. LmLoad answers 0 or a
   // code; a refused pair, a sum that does not match, or a seal that does not match is recorded
-  // as a load fault, which LmValid reports (invariant 8) and LmRepair cannot clear. The loaded
+  // as a load fault, which LmValid reports (invariant 9) and LmRepair cannot clear. The loaded
   // content counts as handed over.
   int32_t LmLoad(int32_t n, const void* bytes, int32_t size);
   int32_t LmLoad(int32_t n, const void* bytes, int32_t size, uint64_t sum);
@@ -230,8 +239,19 @@ class ElementSpace {
   std::vector<FreeBlock*> freeBlocks_;  // per size class: block bytes / 8
   int64_t largeBytes_ = 0;
 
-  std::vector<uint64_t> handed_;   // per number: sum at the last hand-over, 0 = not handed over
-  std::vector<uint64_t> pending_;  // sums computed by the last LmChanges
+  std::vector<uint64_t> handed_;  // per number: sum at the last hand-over, 0 = not handed over
+  // The touched record: a bit per number and the numbers whose bit is set. When memory for it ran
+  // out, touchedAll_ makes the next hand-over compare every number instead.
+  std::vector<uint64_t> touchedBits_;
+  std::vector<int32_t> touched_;
+  bool touchedAll_ = false;
+  void TouchSlow(int32_t n);
+  std::vector<int32_t> TouchedAscending();
+#ifdef ZOVE_CHECKED
+  void AuditUntouched() const;
+#endif
+  // (number, sum or 0 when not live) for every number the last LmChanges compared.
+  std::vector<std::pair<int32_t, uint64_t>> pending_;
   bool pendingValid_ = false;
   std::vector<std::string> loadFaults_;
 };
@@ -254,6 +274,12 @@ inline int32_t ElementSpace::LmSize(int32_t n) const {
 }
 
 inline int32_t ElementSpace::LmTest(int32_t n) const { return Reach(n); }
+
+inline void ElementSpace::LmTouch(int32_t n) {
+  size_t w = size_t(uint32_t(n)) >> 6;
+  if (w < touchedBits_.size() && (touchedBits_[w] >> (n & 63) & 1)) return;
+  TouchSlow(n);
+}
 
 inline int32_t ElementSpace::LmMark(int32_t n) {
   if (n <= 0 || n >= int32_t(marks_.size())) return Reach(n);

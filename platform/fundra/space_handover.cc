@@ -1,10 +1,15 @@
 // Element space hand-over: what changed since the persistence layer last took the content, and
 // rebuilding a space from what it kept.
 //
-// Changes are found by content, not by tracking writes: callers write through LmGet addresses,
-// which the space never sees. A 64-bit sum of each element's bytes is kept per number at each
-// hand-over; the next LmChanges sums the live elements again and compares.
+// A 64-bit sum of each element's bytes is kept per number at each hand-over. The next LmChanges
+// sums only the numbers touched since then (the space's own operations touch what they change;
+// callers touch what they write through addresses) and compares. A save after a few changes so
+// costs in proportion to the changes, not to the space. Checked builds (ZOVE_CHECKED) also
+// compare every untouched number and stop on a change nobody touched: such a write would be
+// lost to the file.
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -16,6 +21,7 @@ namespace {
 
 constexpr uint64_t kK1 = 0x9E3779B97F4A7C15ull;
 constexpr uint64_t kK2 = 0xC2B2AE3D27D4EB4Full;
+constexpr uint64_t kK3 = 0x165667B19E3779F9ull;
 
 uint64_t Mix(uint64_t h) {
   h ^= h >> 33;
@@ -41,10 +47,12 @@ uint64_t ElementSpace::LmSum(const void* bytes, int32_t size) {
     h = (h ^ (w * kK2)) * kK1;
     h ^= h >> 29;
   }
+  // The tail has a multiplier of its own: with the size's, a tail word equal to the size would
+  // cancel it (4 bytes holding 4 summed like 0 bytes).
   uint64_t tail = 0;
   if (i < n) std::memcpy(&tail, p + i, n - i);
-  h = (h ^ (tail * kK2)) * kK1;
-  return Mix(h);
+  h = (h ^ (tail * kK3)) * kK1;
+  return Mix(h + n);
 }
 
 uint64_t ElementSpace::LmSumOf(int32_t n) const {
@@ -59,40 +67,96 @@ uint64_t ElementSpace::LmSpaceSum() const {
   return total;
 }
 
+void ElementSpace::TouchSlow(int32_t n) {
+  if (n <= 0 || n > kLmMaxNumber) return;
+  size_t w = size_t(n) >> 6;
+  try {
+    if (w >= touchedBits_.size()) touchedBits_.resize(std::max(w + 1, 2 * touchedBits_.size()), 0);
+    touched_.push_back(n);
+  } catch (const std::bad_alloc&) {
+    touchedAll_ = true;  // the record is incomplete: compare everything at the next hand-over
+    return;
+  }
+  touchedBits_[w] |= uint64_t(1) << (n & 63);
+}
+
+// The touched numbers, ascending: from the bits when they are dense, else the sorted list.
+std::vector<int32_t> ElementSpace::TouchedAscending() {
+  std::vector<int32_t> out;
+  if (touchedAll_) {
+    size_t end = std::max(handed_.size(), slots_.size());
+    out.reserve(end);
+    for (size_t n = 1; n < end; ++n) out.push_back(int32_t(n));
+  } else if (touched_.size() >= touchedBits_.size()) {
+    out.reserve(touched_.size());
+    for (size_t w = 0; w < touchedBits_.size(); ++w)
+      for (uint64_t bits = touchedBits_[w]; bits; bits &= bits - 1)
+        out.push_back(int32_t(w * 64 + size_t(__builtin_ctzll(bits))));
+  } else {
+    out = touched_;
+    std::sort(out.begin(), out.end());
+  }
+  return out;
+}
+
 LmDelta ElementSpace::LmChanges() {
   LmDelta d;
-  size_t end = std::max(handed_.size(), slots_.size());
-  pending_.assign(end, 0);
-  for (size_t n = 1; n < end; ++n) {
-    uint64_t was = n < handed_.size() ? handed_[n] : 0;
-    bool live = n < slots_.size() && slots_[n].at;
+  std::vector<int32_t> numbers = TouchedAscending();
+  pending_.clear();
+  pending_.reserve(numbers.size());
+  for (int32_t n : numbers) {
+    uint64_t was = size_t(n) < handed_.size() ? handed_[size_t(n)] : 0;
+    bool live = size_t(n) < slots_.size() && slots_[size_t(n)].at;
+    uint64_t now = live ? Kept(LmSum(slots_[size_t(n)].at, slots_[size_t(n)].size)) : 0;
+    pending_.push_back({n, now});
     if (!live) {
-      if (was) d.removed.push_back(int32_t(n));
-      continue;
+      if (was) d.removed.push_back(n);
+    } else if (!was) {
+      d.added.push_back(n);
+    } else if (was != now) {
+      d.changed.push_back(n);
     }
-    uint64_t now = Kept(LmSum(slots_[n].at, slots_[n].size));
-    pending_[n] = now;
-    if (!was)
-      d.added.push_back(int32_t(n));
-    else if (was != now)
-      d.changed.push_back(int32_t(n));
   }
   pendingValid_ = true;
+#ifdef ZOVE_CHECKED
+  AuditUntouched();
+#endif
   return d;
 }
 
-void ElementSpace::LmHandedOver() {
-  if (!pendingValid_) {
-    pending_.assign(slots_.size(), 0);
-    for (size_t n = 1; n < slots_.size(); ++n)
-      if (slots_[n].at) pending_[n] = Kept(LmSum(slots_[n].at, slots_[n].size));
+#ifdef ZOVE_CHECKED
+void ElementSpace::AuditUntouched() const {
+  if (touchedAll_) return;
+  size_t end = std::max(handed_.size(), slots_.size());
+  for (size_t n = 1; n < end; ++n) {
+    size_t w = n >> 6;
+    if (w < touchedBits_.size() && (touchedBits_[w] >> (n & 63) & 1)) continue;
+    uint64_t was = n < handed_.size() ? handed_[n] : 0;
+    bool live = n < slots_.size() && slots_[n].at;
+    uint64_t now = live ? Kept(LmSum(slots_[n].at, slots_[n].size)) : 0;
+    if (was != now) {
+      std::fprintf(stderr, "element space: element %zu changed and nobody touched it\n", n);
+      std::abort();
+    }
   }
-  handed_.swap(pending_);
+}
+#endif
+
+void ElementSpace::LmHandedOver() {
+  if (!pendingValid_) LmChanges();
+  if (handed_.size() < slots_.size()) handed_.resize(slots_.size(), 0);
+  for (const auto& [n, sum] : pending_)
+    if (size_t(n) < handed_.size()) handed_[size_t(n)] = sum;
   // Numbers above the table were handed over as removed: nothing to remember for them.
   while (handed_.size() > slots_.size()) handed_.pop_back();
   pending_.clear();
   pending_.shrink_to_fit();
   pendingValid_ = false;
+  // Addresses may be held across a save while the space is locked: keep their numbers touched.
+  if (lockDepth_ > 0) return;
+  for (int32_t n : touched_) touchedBits_[size_t(n) >> 6] = 0;
+  touched_.clear();
+  touchedAll_ = false;
 }
 
 int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size) {

@@ -175,8 +175,10 @@ int64_t ElementSpace::LmHeapBytes() const { return chunkBytes_ + largeBytes_; }
 
 int64_t ElementSpace::LmTableBytes() const {
   return int64_t(slots_.capacity() * sizeof(Slot) + marks_.capacity() +
-                 freeNumbers_.capacity() * sizeof(int32_t) +
-                 (handed_.capacity() + pending_.capacity()) * sizeof(uint64_t));
+                 freeNumbers_.capacity() * sizeof(int32_t) + handed_.capacity() * sizeof(uint64_t) +
+                 pending_.capacity() * sizeof(pending_[0]) +
+                 touchedBits_.capacity() * sizeof(uint64_t) +
+                 touched_.capacity() * sizeof(int32_t));
 }
 
 }  // namespace fundra

@@ -47,8 +47,10 @@ TEST(ElementSpaceHandOver, ChangesNameAddedChangedAndRemovedElementsSinceTheLast
   s.LmHandedOver();
   d = s.LmChanges();
   EXPECT_TRUE(d.added.empty() && d.changed.empty() && d.removed.empty());
-  // A write through an address, a resize, a swap of different contents, a removal, an addition.
+  // A touched write through an address, a resize, a swap of different contents, a removal, an
+  // addition.
   s.LmGet(a)[3] = 9;
+  s.LmTouch(a);
   s.LmRemove(c);
   int32_t e = s.LmAddAssert(20);
   s.LmSetAssert(7, 4);
@@ -67,10 +69,54 @@ TEST(ElementSpaceHandOver, ChangesNameAddedChangedAndRemovedElementsSinceTheLast
   // Rewriting the same bytes is not a change; compress moves bytes but changes nothing.
   s.LmHandedOver();
   s.LmGet(e)[0] = 0;
+  s.LmTouch(e);
   s.LmCompress();
   d = s.LmChanges();
   EXPECT_TRUE(d.added.empty() && d.changed.empty() && d.removed.empty());
 }
+
+TEST(ElementSpaceHandOver, SumsTellApartShortElementsThatDifferOnlyInSizeOrTail) {
+  // Every element of 0 to 24 bytes, zero but for a last word of 0, 1, its size or 0xFF: two
+  // different byte strings must not share a sum, or a save would miss the change between them.
+  std::map<uint64_t, std::vector<uint8_t>> seen;
+  for (int32_t size = 0; size <= 24; ++size)
+    for (uint8_t last : {uint8_t(0), uint8_t(1), uint8_t(size), uint8_t(0xFF)}) {
+      std::vector<uint8_t> b(size_t(size), 0);
+      if (size > 0) b.back() = last;
+      if (size % 8) b[size_t(size / 8 * 8)] = last;
+      auto [it, fresh] = seen.emplace(ElementSpace::LmSum(b.data(), size), b);
+      EXPECT_TRUE(fresh || it->second == b) << size << " bytes ending in " << int(last);
+    }
+}
+
+TEST(ElementSpaceHandOver, AnAddressHeldAcrossAHandOverWhileLockedStaysCovered) {
+  ElementSpace s(1024, 0);
+  int32_t a = s.LmAddAssert(8), b = s.LmAddAssert(8);
+  s.LmHandedOver();
+  s.LmLock();
+  uint8_t* at = s.LmGet(a);
+  s.LmTouch(a);
+  s.LmChanges();
+  s.LmHandedOver();
+  at[0] = 7;  // after the save, through the address taken before it
+  s.LmUnlock();
+  EXPECT_EQ(s.LmChanges().changed, Ints{a});
+  s.LmHandedOver();
+  // Unlocked, the record starts afresh: only what is touched again is compared.
+  s.LmGet(b)[0] = 1;
+  s.LmTouch(b);
+  EXPECT_EQ(s.LmChanges().changed, Ints{b});
+}
+
+#ifdef ZOVE_CHECKED
+TEST(ElementSpaceHandOverDeathTest, ACheckedBuildStopsOnAWriteNobodyTouched) {
+  ElementSpace s(1024, 0);
+  int32_t a = s.LmAddAssert(8);
+  s.LmHandedOver();
+  s.LmGet(a)[0] = 1;
+  EXPECT_DEATH(s.LmChanges(), "changed and nobody touched it");
+}
+#endif
 
 TEST(ElementSpaceHandOver, ASpaceRebuiltFromItsSavedPairsIsSoundEqualAndHasNothingToHandOver) {
   ElementSpace s(1024, 0);
@@ -82,6 +128,7 @@ TEST(ElementSpaceHandOver, ASpaceRebuiltFromItsSavedPairsIsSoundEqualAndHasNothi
   saved.Take(s);
   for (int32_t n = 3; n < 300; n += 7) s.LmRemove(n);
   s.LmGet(1)[0] = 0x55;
+  s.LmTouch(1);
   saved.Take(s);
 
   ElementSpace r(1024, 0);

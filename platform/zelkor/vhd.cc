@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <new>
+#include <string>
+#include <vector>
 
 #include "platform/fundra/space.h"
 #include "platform/zelkor/boot.h"
@@ -108,7 +110,11 @@ Word vhdChange(Object* self, const Msg&) {
 Word vhdTest(Object* self, const Msg&) {
   VhdData* d = dataOf(self);
   if (!d->space) return kVhdNoValue;
-  if (int32_t r = d->space->LmValid()) return r;
+  // The exhaustive check: a store check is asked for rarely and should find everything.
+  std::vector<std::string> found = d->space->LmCheck();
+  for (const std::string& f : found)
+    DebugLogf(kVhdLogLevel, "vhdTest: element space: %s", f.c_str());
+  if (!found.empty()) return fundra::kLmDamaged;
   return d->binding ? bindingCheck(d->binding) : 0;
 }
 

@@ -44,10 +44,3 @@ writer:send("Dspo")
 writer = assert(zove.open(path), "the lock goes with the first writer")
 writer:send("Dspo")
 store:send("Dspo")
-
--- A store without a file saves nothing and refuses records.
-local mem = zove.memstore(9)
-zove.expect(mem:send("TSIn", "File", 9), 0)
-zove.expect(mem:send("HChg"), 0)
-local rec = mem:send("TSDN", "Recs", 0, 0)
-zove.expect(mem:send("TSRW", rec, "Data", zove.memory("bytes"), 1), -1100)

@@ -5,35 +5,7 @@
 namespace zt {
 namespace {
 
-struct Collect : ::testing::Test {
-  Object* s = newStore(1);
-  fundra::ElementSpace* sp = spaceOf(s);
-  void TearDown() override { S(s, fc("Dspo")); }
-  int32_t dn(FourCC type = fc("data")) { return i32(S(s, fc("TSDN"), type, 0, 0)); }
-  bool live(Word dl) { return sp->LmTest(int32_t(dl)) == 0; }
-  // Rewrites the kind word of the item under key, as a damaged or older store would hold it.
-  void poke(int32_t dl, FourCC key, int32_t ref, uint32_t kind) {
-    DLView v;
-    ASSERT_EQ(dlOpen(sp, dl, &v), 0);
-    int32_t i = dlFind(v, key);
-    ASSERT_GE(i, 0);
-    v.items[i].ref = ref;
-    v.items[i].kind = kind;
-  }
-};
-
-TEST_F(Collect, KeptDLsSurviveUntilReleased) {
-  int32_t dl = dn(), child = dn();
-  S(s, fc("TSHS"), dl, fc("chld"), child);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(S(s, fc("TSGC")), 0);
-  EXPECT_TRUE(live(dl));
-  EXPECT_TRUE(live(child));
-  S(s, fc("TSDU"), dl);
-  EXPECT_EQ(S(s, fc("TSGC")), 0);
-  EXPECT_FALSE(live(dl));
-  EXPECT_FALSE(live(child));
-  expectSound(s);
-}
+using Collect = StoreTest;
 
 TEST_F(Collect, ChainsMayReachDepth500ButNotOneMore) {
   auto chain = [&](int n) {
@@ -73,9 +45,7 @@ TEST_F(Collect, WeakReferencesAndListEntriesToFreedDLsArePruned) {
   S(s, fc("TSLA"), holder, fc("list"), shared);
   S(s, fc("TSLA"), holder, fc("wlst"), weakMember);
   S(s, fc("TSLA"), holder, fc("wlst"), shared);
-  DLView hv;
-  dlOpen(sp, holder, &hv);
-  int32_t wlist = hv.items[dlFind(hv, fc("wlst"))].ref;
+  int32_t wlist = rawItem(s, holder, 4).ref;  // after list, strg, weak and wk2
   poke(holder, fc("wlst"), wlist, kWeakList);
   // A DL removed outright, as an owner's removal would.
   sp->LmRemove(removed);
@@ -108,27 +78,26 @@ TEST_F(Collect, OwnerWordsOfFreedModulesAreCleared) {
 }
 
 TEST_F(Collect, UnknownKindsFailTheCollectionWithTheirLine) {
-  int32_t dl = dn();
-  S(s, fc("TSAS"), 1, fc("link"), dl);
-  S(s, fc("TSVS"), dl, fc("bad "), 0);
-  poke(dl, fc("bad "), dl, 0x900);
-  LogCapture cap;
-  EXPECT_EQ(S(s, fc("TSGC")), kFaulted);
-  EXPECT_EQ(S(s, fc("TSEC")), kBadRefType);
-  EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveDoMark: DL " + std::to_string(dl) +
-                                                 ", item value 0x00000900 bad"});
-  S(s, fc("Dspo"));
-
-  s = newStore(1);
-  sp = spaceOf(s);
-  dl = dn();
-  S(s, fc("TSAS"), 1, fc("link"), dl);
-  S(s, fc("TSVS"), dl, fc("bad "), 0);
-  poke(dl, fc("bad "), int32_t(0xFFFF8300), 0);
-  EXPECT_EQ(S(s, fc("TSGC")), kFaulted);
-  EXPECT_EQ(S(s, fc("TSEC")), kBadValueType);
-  EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveDoMark: DL " + std::to_string(dl) +
-                                                 ", item refnum 0xffff8300 bad"});
+  // (ref, kind) written under a linked DL's item; 0 for ref means the DL itself.
+  struct Case {
+    int32_t ref;
+    uint32_t kind;
+    int32_t fault;
+    std::string line;
+  } cases[] = {{0, 0x900, kBadRefType, ", item value 0x00000900 bad"},
+               {int32_t(0xFFFF8300), 0, kBadValueType, ", item refnum 0xffff8300 bad"}};
+  for (const Case& c : cases) {
+    renew();
+    int32_t dl = dn();
+    S(s, fc("TSAS"), 1, fc("link"), dl);
+    S(s, fc("TSVS"), dl, fc("bad "), 0);
+    poke(dl, fc("bad "), c.ref ? c.ref : dl, c.kind);
+    LogCapture cap;
+    EXPECT_EQ(S(s, fc("TSGC")), kFaulted);
+    EXPECT_EQ(S(s, fc("TSEC")), c.fault);
+    EXPECT_EQ(lines(cap),
+              std::vector<std::string>{"515 zoveDoMark: DL " + std::to_string(dl) + c.line});
+  }
 }
 
 TEST_F(Collect, CheckPassesASoundStoreAndTellsControllers) {
@@ -178,12 +147,9 @@ TEST_F(Collect, TheDLCheckReportsEachFindingExactly) {
        "zoveCheckDL: DL " + n + " item 'valx' bad value type 0xffffff00"},
   };
   for (auto& c : cases) {
-    Object* old = s;
-    s = newStore(1);
-    sp = spaceOf(s);
+    renew();
     dl = dn();
     S(s, fc("TSAS"), 1, fc("link"), dl);
-    S(old, fc("Dspo"));
     c.damage();
     LogCapture cap;
     fundra::AssertCapture asserts;
@@ -197,10 +163,7 @@ TEST_F(Collect, TheDLCheckReportsEachFindingExactly) {
 
   // The check runs inside writers while the level is raised (during HChg and TSCk); a vhandle
   // item in a store without a file is logged, not failed.
-  Object* old = s;
-  s = newStore(1);
-  sp = spaceOf(s);
-  S(old, fc("Dspo"));
+  renew();
   dl = dn();
   S(s, fc("TSAS"), 1, fc("link"), dl);
   S(s, fc("TSVS"), dl, fc("recx"), 1);

@@ -31,9 +31,9 @@ int32_t target(Object* s) {
   return t;
 }
 
-TEST(ExchangeStream, ADLWithOneFourByteBlobExportsAsFiftyTwoBytes) {
-  Object* s = newStore();
-  fundra::ElementSpace* sp = spaceOf(s);
+using ExchangeStream = StoreTest;
+
+TEST_F(ExchangeStream, ADLWithOneFourByteBlobExportsAsFiftyTwoBytes) {
   int32_t blob = rawBlob(sp, {1, 2, 3, 4});
   int32_t dl = rawDL(sp, fc("one "), {{fc("Blob"), blob, kBlob}});
   fundra::TMemory m;
@@ -47,12 +47,9 @@ TEST(ExchangeStream, ADLWithOneFourByteBlobExportsAsFiftyTwoBytes) {
       4,   0,   0,   0,   1,   2,   3,   4};
   EXPECT_EQ(std::vector<uint8_t>(m.MemPtr(), m.MemPtr() + 52),
             std::vector<uint8_t>(expected, expected + 52));
-  S(s, fc("Dspo"));
 }
 
-TEST(ExchangeStream, RecordsFollowTheDepthFirstWalkAndImportRebuildsTheStructure) {
-  Object* s = newStore();
-  fundra::ElementSpace* sp = spaceOf(s);
+TEST_F(ExchangeStream, RecordsFollowTheDepthFirstWalkAndImportRebuildsTheStructure) {
   // top: a blob, a list of a and b, and a handle to b; a: a handle to b and a part link back to
   // the top; b: an immediate value. The DL owner word is not exported.
   int32_t b = rawDL(sp, fc("dl b"), {{fc("Valu"), int32_t(kImmediate), 77}});
@@ -90,23 +87,17 @@ TEST(ExchangeStream, RecordsFollowTheDepthFirstWalkAndImportRebuildsTheStructure
           b2 = i32(S(s, fc("TSLE"), t, fc("List"), 1));
   EXPECT_NE(a2, a);
   EXPECT_EQ(S(s, fc("TSDT"), a2), toWord(fc("dl a")));
-  int32_t h = 0;
-  S(s, fc("TSHG"), t, fc("Zand"), &h);
-  EXPECT_EQ(h, b2);
-  S(s, fc("TSAG"), a2, fc("Up  "), &h);
-  EXPECT_EQ(h, t);
+  EXPECT_EQ(handleOf(t, fc("Zand")), b2);
+  EXPECT_EQ(handleOf(a2, fc("Up  "), fc("TSAG")), t);
   EXPECT_EQ(S(s, fc("TSDC"), top, t), 0);
   EXPECT_EQ(reinterpret_cast<DLHead*>(sp->LmGet(t))->owner, 0);
   // The target stays on the keep list (its flag with it); nothing imported is on it.
   EXPECT_EQ(sp->LmGet(t)[4] & kKeptFlag, kKeptFlag);
   EXPECT_EQ(sp->LmGet(a2)[4] & kKeptFlag, 0);
   expectSound(s);
-  S(s, fc("Dspo"));
 }
 
-TEST(ExchangeStream, DamagedOrTruncatedStreamsAreRefusedAndChangeNothing) {
-  Object* s = newStore();
-  fundra::ElementSpace* sp = spaceOf(s);
+TEST_F(ExchangeStream, DamagedOrTruncatedStreamsAreRefusedAndChangeNothing) {
   int32_t b = rawDL(sp, fc("dl b"), {{fc("Blob"), rawBlob(sp, {1, 2, 3, 4, 5}), kBlob}});
   int32_t top =
       rawDL(sp, fc("top "), {{fc("List"), rawList(sp, {b, b}), kList}, {fc("Part"), b, kPartLink}});
@@ -154,15 +145,13 @@ TEST(ExchangeStream, DamagedOrTruncatedStreamsAreRefusedAndChangeNothing) {
   }
   EXPECT_GT(accepted, 0);  // data bytes, flags and values may change freely
   EXPECT_EQ(S(s, fc("TSEC")), 0);
-  S(s, fc("Dspo"));
 }
 
-TEST(ExchangeStream, RandomStructuresSurviveExportAndImport) {
+TEST_F(ExchangeStream, RandomStructuresSurviveExportAndImport) {
   for (uint32_t seed = 1; seed <= 200; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 rng(seed);
-    Object* s = newStore();
-    fundra::ElementSpace* sp = spaceOf(s);
+    renew();
     RandomShape shape = rawRandom(sp, rng, seed % 2 == 0);
     S(s, fc("TSDK"), shape.top);
     fundra::TMemory m;
@@ -178,7 +167,6 @@ TEST(ExchangeStream, RandomStructuresSurviveExportAndImport) {
     }
     expectSound(s);
     EXPECT_EQ(S(s, fc("TSCk")), 1);
-    S(s, fc("Dspo"));
   }
 }
 

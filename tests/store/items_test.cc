@@ -3,23 +3,18 @@
 namespace zt {
 namespace {
 
-struct Items : ::testing::Test {
-  Object* s = newStore(1);
-  fundra::ElementSpace* sp = spaceOf(s);
-  Word dn(int32_t size = 0, FourCC type = fc("data")) { return S(s, fc("TSDN"), type, size, 0); }
-  void TearDown() override { S(s, fc("Dspo")); }
-};
+using Items = StoreTest;
 
 TEST_F(Items, NewDLRoundsItsDataAreaAndStartsKeptAndZeroed) {
-  Word dl = dn(5, fc("Test"));
-  EXPECT_EQ(sp->LmSize(int32_t(dl)), 28);
+  int32_t dl = dn(fc("Test"), 5);
+  EXPECT_EQ(sp->LmSize(dl), 28);
   EXPECT_EQ(S(s, fc("TSSD"), dl), 8);
   EXPECT_EQ(S(s, fc("TSDT"), dl), toWord(fc("Test")));
   EXPECT_EQ(S(s, fc("TSCt"), dl), 0);
   const auto* data = asPtr<const uint8_t>(S(s, fc("TSDP"), dl));
-  EXPECT_EQ(data, sp->LmGet(int32_t(dl)) + 20);
+  EXPECT_EQ(data, sp->LmGet(dl) + 20);
   EXPECT_EQ(data[0] | data[7], 0);
-  const auto* head = reinterpret_cast<const DLHead*>(sp->LmGet(int32_t(dl)));
+  const auto* head = reinterpret_cast<const DLHead*>(sp->LmGet(dl));
   EXPECT_EQ(head->flags, kKeptFlag);
   expectSound(s);
 
@@ -36,7 +31,7 @@ TEST_F(Items, NewDLRoundsItsDataAreaAndStartsKeptAndZeroed) {
 }
 
 TEST_F(Items, ItemsStayInAscendingKeyOrder) {
-  Word dl = dn();
+  int32_t dl = dn();
   S(s, fc("TSVS"), dl, fc("mods"), 1);
   S(s, fc("TSVS"), dl, fc("Pare"), 2);
   S(s, fc("TSVS"), dl, fc("Name"), 3);
@@ -46,39 +41,39 @@ TEST_F(Items, ItemsStayInAscendingKeyOrder) {
   EXPECT_EQ(S(s, fc("TSEn"), dl, 2), toWord(fc("mods")));
   EXPECT_EQ(S(s, fc("TSEn"), dl, 3), 0);
   EXPECT_EQ(S(s, fc("TSEn"), dl, -1), 0);
-  EXPECT_EQ(sp->LmSize(int32_t(dl)), 20 + 3 * 12);
+  EXPECT_EQ(sp->LmSize(dl), 20 + 3 * 12);
   // Overwriting keeps the item where it is.
   S(s, fc("TSVS"), dl, fc("Pare"), 9);
   EXPECT_EQ(S(s, fc("TSCt"), dl), 3);
-  EXPECT_EQ(rawItem(s, int32_t(dl), 1).kind, 9u);
+  EXPECT_EQ(rawItem(s, dl, 1).kind, 9u);
   expectSound(s);
 }
 
 TEST_F(Items, OwnedReferentsGoWithTheirItemAndReferencesOwnNothing) {
-  Word dl = dn(), target = dn();
+  int32_t dl = dn(), target = dn();
   S(s, fc("TSAS"), 1, fc("keep"), dl);
   S(s, fc("TSBW"), dl, fc("blob"), "abcd", 4);
-  int32_t blob = rawItem(s, int32_t(dl), 0).ref;
+  int32_t blob = rawItem(s, dl, 0).ref;
   S(s, fc("TSHS"), dl, fc("blob"), target);
-  EXPECT_NE(sp->LmTest(blob), 0);
-  EXPECT_EQ(sp->LmTest(int32_t(target)), 0);
+  EXPECT_FALSE(live(blob));
+  EXPECT_TRUE(live(target));
 
   S(s, fc("TSBW"), dl, fc("blob"), "wxyz", 4);
-  EXPECT_EQ(sp->LmTest(int32_t(target)), 0);
+  EXPECT_TRUE(live(target));
   S(s, fc("TSLN"), dl, fc("list"));
-  int32_t list = rawItem(s, int32_t(dl), 1).ref;
-  blob = rawItem(s, int32_t(dl), 0).ref;
+  int32_t list = rawItem(s, dl, 1).ref;
+  blob = rawItem(s, dl, 0).ref;
   EXPECT_NE(S(s, fc("TSUk"), dl, fc("list")), kNoItem);
-  EXPECT_NE(sp->LmTest(list), 0);
+  EXPECT_FALSE(live(list));
   S(s, fc("TSUk"), dl, fc("blob"));
-  EXPECT_NE(sp->LmTest(blob), 0);
+  EXPECT_FALSE(live(blob));
   EXPECT_EQ(S(s, fc("TSCt"), dl), 0);
-  EXPECT_EQ(sp->LmSize(int32_t(dl)), 20);
+  EXPECT_EQ(sp->LmSize(dl), 20);
   expectSound(s);
 }
 
 TEST_F(Items, RemovingAMissingKeyChangesNothingNotEvenTheChangeCount) {
-  Word dl = dn();
+  int32_t dl = dn();
   S(s, fc("TSAS"), 1, fc("keep"), dl);
   S(s, fc("TSVS"), dl, fc("valu"), 1);
   // Two counted changes so far (the new store's list and TSDN): 97 removals of a missing key
@@ -91,19 +86,19 @@ TEST_F(Items, RemovingAMissingKeyChangesNothingNotEvenTheChangeCount) {
 }
 
 TEST_F(Items, ThePeriodicCollectionFreesAReleasedUnlinkedDL) {
-  Word dl = dn(), kept = dn();
+  int32_t dl = dn(), kept = dn();
   S(s, fc("TSDU"), dl);
-  EXPECT_EQ(sp->LmTest(int32_t(dl)), 0);
+  EXPECT_TRUE(live(dl));
   LogCapture cap;
   // Rewriting a list counts a change and allocates nothing, so no number is reused meanwhile.
   while (cap.size() == 0) S(s, fc("TSLN"), kept, fc("list"));
   EXPECT_EQ(lines(cap), std::vector<std::string>{"519 zoveGCCheck: periodic GC, 0"});
-  EXPECT_NE(sp->LmTest(int32_t(dl)), 0);
-  EXPECT_EQ(sp->LmTest(int32_t(kept)), 0);
+  EXPECT_FALSE(live(dl));
+  EXPECT_TRUE(live(kept));
 }
 
 TEST_F(Items, LookUpClimbsTheParentHandles) {
-  Word top = dn(), mid = dn(), leaf = dn();
+  int32_t top = dn(), mid = dn(), leaf = dn();
   S(s, fc("TSVS"), top, fc("Colr"), 5);
   S(s, fc("TSHS"), mid, fc("Pare"), top);
   S(s, fc("TSHS"), leaf, fc("Pare"), mid);
@@ -143,14 +138,14 @@ TEST_F(Items, FlagsKeepListAndOwnerAnswerAsSet) {
   S(s, fc("TSDU"), dl);
   expectSound(s);
   EXPECT_EQ(S(s, fc("TSGC")), 0);
-  EXPECT_NE(sp->LmTest(int32_t(dl)), 0);
+  EXPECT_FALSE(live(dl));
 }
 
 TEST_F(Items, SwapExchangesContentsAndTheKeepListFollows) {
   std::vector<std::string> trace;
   Object* l = newListener(&trace);
   ASSERT_EQ(S(s, fc("TSIn"), kChannel, 1), 0);
-  Word a = dn(0, fc("aaaa")), b = dn(0, fc("bbbb"));
+  int32_t a = dn(fc("aaaa")), b = dn(fc("bbbb"));
   S(s, fc("TSAS"), 1, fc("link"), a);  // a is released and linked, b stays kept
   S(s, fc("TSSw"), a, b);
   EXPECT_EQ(trace.back(), "XTSW " + std::to_string(a) + " " + std::to_string(b));
@@ -158,8 +153,8 @@ TEST_F(Items, SwapExchangesContentsAndTheKeepListFollows) {
   expectSound(s);
   // The link still names a, which now holds the kept contents; b holds the unlinked ones.
   EXPECT_EQ(S(s, fc("TSGC")), 0);
-  EXPECT_EQ(sp->LmTest(int32_t(a)), 0);
-  EXPECT_NE(sp->LmTest(int32_t(b)), 0);
+  EXPECT_EQ(sp->LmTest(a), 0);
+  EXPECT_NE(sp->LmTest(b), 0);
 
   // TSTB: a listener that has the DL open refuses.
   EXPECT_EQ(S(s, fc("TSTB"), a), 0);
@@ -171,9 +166,9 @@ TEST_F(Items, SwapExchangesContentsAndTheKeepListFollows) {
 }
 
 TEST_F(Items, BadDLNumbersAnswerCodesAndAssertWithoutTouchingMemory) {
-  Word dl = dn();
+  int32_t dl = dn();
   S(s, fc("TSBW"), dl, fc("blob"), "ab", 2);
-  int32_t blob = rawItem(s, int32_t(dl), 0).ref;
+  int32_t blob = rawItem(s, dl, 0).ref;
   fundra::AssertCapture asserts;
   EXPECT_EQ(S(s, fc("TSVS"), 999, fc("valu"), 1), fundra::kLmNotLive);
   EXPECT_EQ(S(s, fc("TSVS"), blob, fc("valu"), 1), kWrongKind);

@@ -4,11 +4,8 @@
 namespace zt {
 namespace {
 
-struct Lists : ::testing::Test {
-  Object* s = newStore(1);
-  fundra::ElementSpace* sp = spaceOf(s);
-  Word dl = S(s, fc("TSDN"), fc("data"), 0, 0);
-  void TearDown() override { S(s, fc("Dspo")); }
+struct Lists : StoreTest {
+  int32_t dl = dn();
 
   std::vector<int32_t> list(FourCC key = fc("memb")) {
     std::vector<int32_t> out;
@@ -62,14 +59,13 @@ TEST_F(Lists, AppendInsertDeleteAndFindKeepOrderAndRepeats) {
 
 TEST_F(Lists, AddingMembersTakesThemOffTheKeepList) {
   S(s, fc("TSAS"), 1, fc("root"), dl);
-  Word a = S(s, fc("TSDN"), fc("data"), 0, 0), b = S(s, fc("TSDN"), fc("data"), 0, 0),
-       c = S(s, fc("TSDN"), fc("data"), 0, 0);
+  int32_t a = dn(), b = dn(), c = dn();
   S(s, fc("TSLA"), dl, fc("memb"), a);
   fundra::TMemory mem(8);
-  std::memcpy(mem.MemPtr(), std::vector<int32_t>{int32_t(b), int32_t(c)}.data(), 8);
+  std::memcpy(mem.MemPtr(), std::vector<int32_t>{b, c}.data(), 8);
   S(s, fc("TSLf"), dl, fc("othr"), &mem);
   expectSound(s);
-  EXPECT_EQ(list(fc("othr")), (std::vector<int32_t>{int32_t(b), int32_t(c)}));
+  EXPECT_EQ(list(fc("othr")), (std::vector<int32_t>{b, c}));
   fundra::TMemory back;
   EXPECT_EQ(S(s, fc("TSLt"), dl, fc("othr"), &back), 0);
   EXPECT_EQ(back.GetSize(), 8);
@@ -81,9 +77,9 @@ TEST_F(Lists, AddingMembersTakesThemOffTheKeepList) {
   // Released members live only as long as a list names them.
   S(s, fc("TSLD"), dl, fc("othr"), b);
   EXPECT_EQ(S(s, fc("TSGC")), 0);
-  EXPECT_EQ(sp->LmTest(int32_t(a)), 0);
-  EXPECT_NE(sp->LmTest(int32_t(b)), 0);
-  EXPECT_EQ(sp->LmTest(int32_t(c)), 0);
+  EXPECT_TRUE(live(a));
+  EXPECT_FALSE(live(b));
+  EXPECT_TRUE(live(c));
 }
 
 int32_t descending(void*, const void* a, const void* b) {
@@ -100,16 +96,15 @@ TEST_F(Lists, SortingLocksTheSpaceAndOrdersNamedMembersFirstByName) {
   EXPECT_EQ(sp->LmLockDepth(), 0);
   EXPECT_EQ(S(s, fc("TSLS"), dl, fc("none"), nullptr, &descending), 0);
 
-  Word zed = S(s, fc("TSDN"), fc("data"), 0, 0), alf = S(s, fc("TSDN"), fc("data"), 0, 0);
+  int32_t zed = dn(), alf = dn();
   fundra::TString z("zed"), a("Alpha");
   S(s, fc("TSSs"), zed, fc("Name"), &z);
   S(s, fc("TSSs"), alf, fc("Name"), &a);
   // Unnamed members sort after the named ones, by DL number.
-  Word d9 = S(s, fc("TSDN"), fc("data"), 0, 0), d3 = S(s, fc("TSDN"), fc("data"), 0, 0);
-  set({int32_t(d9), int32_t(zed), int32_t(d3), int32_t(alf)});
+  int32_t d9 = dn(), d3 = dn();
+  set({d9, zed, d3, alf});
   S(s, fc("TSSN"), dl, fc("memb"));
-  int32_t lo = int32_t(std::min(d9, d3)), hi = int32_t(std::max(d9, d3));
-  EXPECT_EQ(list(), (std::vector<int32_t>{int32_t(alf), int32_t(zed), lo, hi}));
+  EXPECT_EQ(list(), (std::vector<int32_t>{alf, zed, std::min(d9, d3), std::max(d9, d3)}));
   EXPECT_EQ(sp->LmLockDepth(), 0);
 }
 

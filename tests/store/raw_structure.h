@@ -59,12 +59,10 @@ inline void rawRootItem(fundra::ElementSpace* sp, RawItem add) {
   std::vector<RawItem> items;
   for (int32_t i = 0; i < v.head->count; ++i)
     items.push_back({v.items[i].key, v.items[i].ref, v.items[i].kind});
-  int32_t version;
-  std::memcpy(&version, v.data, 4);
-  int32_t reserved;
-  std::memcpy(&reserved, v.data + 4, 4);
+  std::vector<int32_t> data(2);  // the version and the reserved word
+  std::memcpy(data.data(), v.data, 8);
   items.push_back(add);
-  rawWrite(sp, 1, fc("root"), items, 0, {version, reserved});
+  rawWrite(sp, 1, fc("root"), items, 0, data);
 }
 
 // A chain of n DLs, each holding the next under `Next` with the kind given; answers the first.

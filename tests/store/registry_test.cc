@@ -40,8 +40,10 @@ Object* newCtl(std::vector<std::string>* trace, FourCC sig) {
   return o;
 }
 
-TEST(StoreRegistry, OneControllerPerSignatureAndOnlyItMayUnregister) {
-  Object* s = newStore();
+using StoreRegistry = StoreTest;
+using StoreExtensions = StoreTest;
+
+TEST_F(StoreRegistry, OneControllerPerSignatureAndOnlyItMayUnregister) {
   std::vector<std::string> trace;
   Object* first = newCtl(&trace, fc("PRO1"));
   Object* second = newCtl(&trace, fc("PRO1"));
@@ -58,11 +60,9 @@ TEST(StoreRegistry, OneControllerPerSignatureAndOnlyItMayUnregister) {
   EXPECT_EQ(S(s, fc("TSUM"), fc("PRO1"), first), 0);
   EXPECT_EQ(S(s, fc("TSGM"), fc("PRO1")), 0);
   EXPECT_EQ(S(s, fc("TSRM"), fc("PRO1"), second), 0);
-  S(s, fc("Dspo"));
 }
 
-TEST(StoreRegistry, ModuleSelectorsNeedAnInstalledSoundStore) {
-  Object* s = newStore();
+TEST_F(StoreRegistry, ModuleSelectorsNeedAnInstalledSoundStore) {
   std::vector<std::string> trace;
   Object* ctl = newCtl(&trace, fc("PRO1"));
   int32_t pro = i32(S(s, fc("TSNM"), fc("PRO1"), 4));
@@ -98,13 +98,11 @@ TEST(StoreRegistry, ModuleSelectorsNeedAnInstalledSoundStore) {
   EXPECT_EQ(S(s, fc("TSDM"), fc("PRO1")), kFaulted);
   EXPECT_EQ(S(s, fc("TSAM"), late, fc("OPTS")), kFaulted);
   EXPECT_EQ(S(s, fc("TSTM")), 0);
-  S(s, fc("Dspo"));
   S(listener, fc("Dspo"));
 }
 
-TEST(StoreExtensions, EachKeyFindsOrMakesOneExtensionDLThroughATable) {
-  Object* s = newStore();
-  int32_t dl = i32(S(s, fc("TSDN"), fc("obj "), 0, 0));
+TEST_F(StoreExtensions, EachKeyFindsOrMakesOneExtensionDLThroughATable) {
+  int32_t dl = dn(fc("obj "));
   EXPECT_EQ(S(s, fc("TSEX"), dl, fc("Mine"), 0), 0);
   EXPECT_EQ(S(s, fc("TSCt"), dl), 0);
 
@@ -127,7 +125,6 @@ TEST(StoreExtensions, EachKeyFindsOrMakesOneExtensionDLThroughATable) {
   EXPECT_EQ(rawItem(s, dl, 0).kind, kPartLink);
   EXPECT_EQ(S(s, fc("TSAG"), table, fc("Mine"), &table), 0);
   expectSound(s);
-  S(s, fc("Dspo"));
 }
 
 std::string bytesOf(RecordFile* f, int32_t chunk) {

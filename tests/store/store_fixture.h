@@ -73,4 +73,37 @@ inline void expectSound(Object* store) {
   EXPECT_TRUE(v.empty()) << ::testing::PrintToString(v) << "\n" << zoveDumpStore(store);
 }
 
+// A fresh store of version 1 for each test, disposed after it, and what most tests reach for.
+struct StoreTest : ::testing::Test {
+  Object* s = newStore(1);
+  fundra::ElementSpace* sp = spaceOf(s);
+  void TearDown() override { S(s, fc("Dspo")); }
+
+  // Replaces the store with a new one, for tests that fault or damage theirs on purpose.
+  void renew() {
+    S(s, fc("Dspo"));
+    s = newStore(1);
+    sp = spaceOf(s);
+  }
+  int32_t dn(FourCC type = fc("data"), int32_t dataSize = 0) {
+    return i32(S(s, fc("TSDN"), type, dataSize, 0));
+  }
+  bool live(int32_t n) { return sp->LmTest(n) == 0; }
+  // What a handle or part-link reader (sel) answers for key; 0 when it fails.
+  int32_t handleOf(int32_t dl, FourCC key, FourCC sel = fc("TSHG")) {
+    int32_t h = 0;
+    S(s, sel, dl, key, &h);
+    return h;
+  }
+  // Rewrites the item under key as a damaged or older store would hold it.
+  void poke(int32_t dl, FourCC key, int32_t ref, uint32_t kind) {
+    DLView v;
+    ASSERT_EQ(dlOpen(sp, dl, &v), 0);
+    int32_t i = dlFind(v, key);
+    ASSERT_GE(i, 0);
+    v.items[i].ref = ref;
+    v.items[i].kind = kind;
+  }
+};
+
 }  // namespace zt

@@ -4,15 +4,9 @@
 namespace zt {
 namespace {
 
-int32_t handleOf(Object* s, int32_t dl, FourCC key, FourCC sel = fc("TSHG")) {
-  int32_t h = 0;
-  S(s, sel, dl, key, &h);
-  return h;
-}
+using Structure = StoreTest;
 
-TEST(StructureDuplicate, CopiesPartsSharesObjectsAndRepointsHandlesToCopies) {
-  Object* s = newStore();
-  fundra::ElementSpace* sp = spaceOf(s);
+TEST_F(Structure, DuplicateCopiesPartsSharesObjectsAndRepointsHandlesToCopies) {
   int32_t object = rawDL(sp, fc("obj "), {}, kSharedFlag);
   int32_t plain = rawDL(sp, fc("part"), {{fc("Valu"), int32_t(kImmediate), 3}});
   int32_t member = rawDL(sp, fc("memb"));
@@ -32,12 +26,12 @@ TEST(StructureDuplicate, CopiesPartsSharesObjectsAndRepointsHandlesToCopies) {
   ASSERT_GT(copy, 0);
   EXPECT_EQ(S(s, fc("TSTS"), copy), 0);
   EXPECT_EQ(S(s, fc("TSTS"), top), 1);
-  int32_t plainCopy = handleOf(s, copy, fc("Plai"), fc("TSAG"));
+  int32_t plainCopy = handleOf(copy, fc("Plai"), fc("TSAG"));
   EXPECT_NE(plainCopy, plain);
   EXPECT_EQ(S(s, fc("TSDT"), plainCopy), toWord(fc("part")));
-  EXPECT_EQ(handleOf(s, copy, fc("Obj "), fc("TSAG")), object);  // objects are shared
-  EXPECT_EQ(handleOf(s, copy, fc("HPla")), plainCopy);           // handles follow the copy
-  EXPECT_EQ(rawItem(s, copy, 5).ref, plain);                     // weak handles do not
+  EXPECT_EQ(handleOf(copy, fc("Obj "), fc("TSAG")), object);  // objects are shared
+  EXPECT_EQ(handleOf(copy, fc("HPla")), plainCopy);           // handles follow the copy
+  EXPECT_EQ(rawItem(s, copy, 5).ref, plain);                  // weak handles do not
   int32_t m0 = i32(S(s, fc("TSLE"), copy, fc("List"), 0));
   EXPECT_NE(m0, member);
   EXPECT_EQ(S(s, fc("TSLE"), copy, fc("List"), 1), m0);  // one copy for a DL listed twice
@@ -49,7 +43,7 @@ TEST(StructureDuplicate, CopiesPartsSharesObjectsAndRepointsHandlesToCopies) {
   S(s, fc("TSBR"), copy, fc("Blob"), bytes, 3);
   EXPECT_EQ(bytes[2], 3);
   // The copy alone is kept: the kept flag is the keep list's, not the bytes'.
-  EXPECT_EQ(spaceOf(s)->LmGet(copy)[4] & kKeptFlag, kKeptFlag);
+  EXPECT_EQ(sp->LmGet(copy)[4] & kKeptFlag, kKeptFlag);
   EXPECT_EQ(sp->LmGet(plainCopy)[4] & kKeptFlag, 0);
   expectSound(s);
 
@@ -64,12 +58,9 @@ TEST(StructureDuplicate, CopiesPartsSharesObjectsAndRepointsHandlesToCopies) {
   EXPECT_EQ(S(s, fc("TSDD"), bad), kBadRefType);
   EXPECT_TRUE(
       cap.contains("zoveDoDupe: DL " + std::to_string(bad) + ", item value 0x00000300 bad"));
-  S(s, fc("Dspo"));
 }
 
-TEST(StructureCompare, AnswersTheFirstDLWhereTwoStructuresDiffer) {
-  Object* s = newStore();
-  fundra::ElementSpace* sp = spaceOf(s);
+TEST_F(Structure, CompareAnswersTheFirstDLWhereTwoStructuresDiffer) {
   auto make = [&](uint8_t blobByte, int32_t leafValue) {
     int32_t leaf = rawDL(sp, fc("leaf"), {{fc("Valu"), int32_t(kImmediate), uint32_t(leafValue)}});
     int32_t mid = rawDL(sp, fc("mid "), {{fc("Leaf"), leaf, kPartLink}});
@@ -90,12 +81,9 @@ TEST(StructureCompare, AnswersTheFirstDLWhereTwoStructuresDiffer) {
   sp->LmGet(leafB)[4] |= kSharedFlag;
   EXPECT_EQ(S(s, fc("TSDC"), a, b), leafA);
   EXPECT_EQ(S(s, fc("TSDC"), leafB, leafA), 0);
-  S(s, fc("Dspo"));
 }
 
-TEST(StructureWalks, InsideTestAndReferrerCountStopAtObjects) {
-  Object* s = newStore();
-  fundra::ElementSpace* sp = spaceOf(s);
+TEST_F(Structure, InsideTestAndReferrerCountStopAtObjects) {
   int32_t deep = rawDL(sp, fc("deep"));
   int32_t object = rawDL(sp, fc("obj "), {{fc("Part"), deep, kPartLink}}, kSharedFlag);
   int32_t other = rawDL(
@@ -124,12 +112,9 @@ TEST(StructureWalks, InsideTestAndReferrerCountStopAtObjects) {
   EXPECT_EQ(first, object);
   EXPECT_EQ(S(s, fc("TSFR"), deep, fc("none"), &first), 0);
   EXPECT_EQ(first, 0);
-  S(s, fc("Dspo"));
 }
 
-TEST(StructureCut, RemovesEveryReferenceAndCutsPartLinkHoldersInTurn) {
-  Object* s = newStore();
-  fundra::ElementSpace* sp = spaceOf(s);
+TEST_F(Structure, CutRemovesEveryReferenceAndCutsPartLinkHoldersInTurn) {
   int32_t victim = rawDL(sp, fc("vict"));
   int32_t whole = rawDL(sp, fc("whol"), {{fc("Part"), victim, kPartLink}});
   int32_t list = rawList(sp, {victim, whole, victim});
@@ -167,15 +152,12 @@ TEST(StructureCut, RemovesEveryReferenceAndCutsPartLinkHoldersInTurn) {
   rawRootItem(sp, {fc("rY  "), y, kPartLink});
   S(s, fc("TSDR"), x);
   EXPECT_EQ(S(s, fc("TSCt"), 1), 4);
-  S(s, fc("Dspo"));
 }
 
 // Every walk without a depth limit of its own, on a chain far deeper than a recursive walk
 // could follow on a thread's stack.
-TEST(StructureWalks, AChainOfAHundredThousandDLsIsWalkedByEveryOperation) {
+TEST_F(Structure, AChainOfAHundredThousandDLsIsWalkedByEveryOperation) {
   constexpr int32_t kDeep = 100000;
-  Object* s = newStore();
-  fundra::ElementSpace* sp = spaceOf(s);
   int32_t head = rawChain(sp, kDeep, kPartLink);
   int32_t last = head;
   for (int32_t i = 1; i < kDeep; ++i) last = rawItem(s, last, 0).ref;
@@ -201,7 +183,6 @@ TEST(StructureWalks, AChainOfAHundredThousandDLsIsWalkedByEveryOperation) {
 
   S(s, fc("TSTK"), fc("Tail"));
   EXPECT_EQ(S(s, fc("TSCt"), last), 0);
-  S(s, fc("Dspo"));
 }
 
 }  // namespace

@@ -5,11 +5,8 @@
 namespace zt {
 namespace {
 
-struct Values : ::testing::Test {
-  Object* s = newStore(1);
-  fundra::ElementSpace* sp = spaceOf(s);
-  Word dl = S(s, fc("TSDN"), fc("data"), 0, 0);
-  void TearDown() override { S(s, fc("Dspo")); }
+struct Values : StoreTest {
+  int32_t dl = dn();
 };
 
 TEST_F(Values, ReadersTellMissingFromOtherKindsAndClearTheirOutput) {
@@ -26,11 +23,9 @@ TEST_F(Values, ReadersTellMissingFromOtherKindsAndClearTheirOutput) {
   EXPECT_EQ(S(s, fc("TSBP"), dl, fc("valu")), 0);
 
   // A handle is read as a handle only; its kind word may carry a low byte.
-  Word t = S(s, fc("TSDN"), fc("data"), 0, 0);
+  int32_t t = dn();
   S(s, fc("TSHS"), dl, fc("hand"), t);
-  DLView v;
-  dlOpen(sp, int32_t(dl), &v);
-  v.items[dlFind(v, fc("hand"))].kind = 0x2FF;
+  poke(dl, fc("hand"), t, 0x2FF);
   EXPECT_EQ(S(s, fc("TSHG"), dl, fc("hand"), &out), 0);
   EXPECT_EQ(out, t);
   EXPECT_EQ(S(s, fc("TSAG"), dl, fc("hand"), &out), kWrongKind);
@@ -65,26 +60,23 @@ TEST_F(Values, BlobsRoundTripThroughEveryShapeOfBuffer) {
   EXPECT_EQ(std::string(reinterpret_cast<char*>(mem.MemPtr()), size_t(mem.GetSize())), "HELLO");
   mem.SetSize(2);
   // Rewriting a blob reuses its element.
-  DLView v;
-  dlOpen(sp, int32_t(dl), &v);
-  int32_t before = v.items[dlFind(v, fc("copy"))].ref;
+  int32_t before = rawItem(s, dl, 1).ref;
   S(s, fc("TSBF"), dl, fc("copy"), &mem);
   EXPECT_EQ(S(s, fc("TSBz"), dl, fc("copy")), 2);
-  dlOpen(sp, int32_t(dl), &v);
-  EXPECT_EQ(v.items[dlFind(v, fc("copy"))].ref, before);
+  EXPECT_EQ(rawItem(s, dl, 1).ref, before);
   expectSound(s);
 }
 
 TEST_F(Values, WritingABlobOverAListRemovesTheListButNotAHandleTarget) {
-  Word t = S(s, fc("TSDN"), fc("data"), 0, 0);
+  int32_t t = dn();
   S(s, fc("TSLA"), dl, fc("memb"), t);
-  int32_t list = rawItem(s, int32_t(dl), 0).ref;
+  int32_t list = rawItem(s, dl, 0).ref;
   S(s, fc("TSBW"), dl, fc("memb"), "ab", 2);
   EXPECT_NE(sp->LmTest(list), 0);
   S(s, fc("TSHS"), dl, fc("hand"), t);
   fundra::TString text("over");
   S(s, fc("TSSs"), dl, fc("hand"), &text);
-  EXPECT_EQ(sp->LmTest(int32_t(t)), 0);
+  EXPECT_TRUE(live(t));
   fundra::TString back("stale");
   EXPECT_EQ(S(s, fc("TSSg"), dl, fc("hand"), &back), 0);
   EXPECT_EQ(back, "over");

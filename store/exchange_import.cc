@@ -51,6 +51,7 @@ class Parser {
     int32_t rec;
     int32_t count;        // its items
     int32_t item;         // the item being read
+    int32_t key;          // the key of the item before it
     const uint8_t* list;  // the list record being read for that item, or null
     int32_t elems;        // that list's elements
     int32_t elem;         // the next one to read
@@ -85,8 +86,8 @@ const uint8_t* Parser::next(RecKind kind, int32_t* size) {
   return at;
 }
 
-// Takes the next record as a DL record, checks it is one this store could have written and
-// pushes its frame: its items are read next.
+// Takes the next record as a DL record, checks its header is one this store could have written
+// and pushes its frame: its items are checked and read next.
 bool Parser::nextDL() {
   int32_t size;
   const uint8_t* at = next(RecKind::kDL, &size);
@@ -97,18 +98,9 @@ bool Parser::nextDL() {
       h.reserved != 0 || h.owner != 0 || h.dataSize < 0 || h.dataSize % 4 != 0 || h.count < 0 ||
       int64_t(kHeadBytes) + h.dataSize + int64_t(kItemBytes) * h.count > size)
     return false;
-  const uint8_t* items = at + kHeadBytes + h.dataSize;
   // A printable key is above INT32_MIN, so the first key passes the order test.
-  int32_t prev = INT32_MIN;
-  for (int32_t i = 0; i < h.count; ++i) {
-    Item it;
-    std::memcpy(&it, items + kItemBytes * i, sizeof it);
-    if (!isPrintableCode(it.key) || prev >= int32_t(it.key)) return false;
-    prev = int32_t(it.key);
-    if (it.ref > 0 ? !isKnownRefType(it.kind & ~0xFFu) : (uint32_t(it.ref) & ~0xFFu) != kImmediate)
-      return false;
-  }
-  stack_.push_back(Frame{items, int32_t(kinds_.size()) - 1, h.count, 0, nullptr, 0, 0});
+  stack_.push_back(Frame{at + kHeadBytes + h.dataSize, int32_t(kinds_.size()) - 1, h.count, 0,
+                         INT32_MIN, nullptr, 0, 0});
   return true;
 }
 
@@ -149,10 +141,15 @@ bool Parser::step() {
     }
     Item it;
     std::memcpy(&it, f.items + kItemBytes * f.item, sizeof it);
+    if (!isPrintableCode(it.key) || f.key >= int32_t(it.key)) return false;
+    f.key = int32_t(it.key);
     uint32_t type = it.kind & ~0xFFu;
     int32_t size;
     if (it.ref <= 0) {
+      if ((uint32_t(it.ref) & ~0xFFu) != kImmediate) return false;
       ++f.item;
+    } else if (!isKnownRefType(type)) {
+      return false;
     } else if (type == kBlob) {
       if (it.ref != int32_t(isDL_.size()) || !next(RecKind::kBlob, &size)) return false;
       ++f.item;

@@ -103,13 +103,12 @@ inline const char* itemTypeName(uint32_t t) {
   }
 }
 
-// Each of the four bytes, taken as a signed byte, lies in 32..126.
+// Each of the four bytes lies in 32..126. All four at once: a byte below 32 borrows into its
+// top bit in code - 0x20...; one above 126 has its top bit set in code or in code + 0x01....
 inline bool isPrintableCode(uint32_t code) {
-  for (int i = 0; i < 4; ++i) {
-    int8_t b = int8_t(code >> (8 * i));
-    if (b < 32 || b > 126) return false;
-  }
-  return true;
+  uint32_t below = (code - 0x20202020u) & ~code;
+  uint32_t above = (code + 0x01010101u) | code;
+  return ((below | above) & 0x80808080u) == 0;
 }
 
 // A DL's parts at one moment. Valid until the element space next moves the element (anything

@@ -3,8 +3,8 @@
 #include "platform/fundra/space.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
-#include <functional>
 #include <new>
 
 #include "platform/fundra/debug.h"
@@ -30,11 +30,12 @@ int32_t ElementSpace::Refuse(int line) const {
   return kLmLocked;
 }
 
-// Makes slot n exist; slots added below n are free and go on the free-number list.
+// Makes slot n exist; slots added below n are free and get their free bits.
 int32_t ElementSpace::Grow(int32_t n) {
   size_t old = slots_.size();
   if (size_t(n) < old) return 0;
   try {
+    if (size_t(n) / 64 >= freeBits_.size()) freeBits_.resize(size_t(n) / 64 + 1, 0);
     if (size_t(n) >= slots_.capacity()) {
       size_t want = std::min<size_t>(size_t(n) + size_t(tableStep_), size_t(kLmMaxNumber) + 1);
       slots_.reserve(std::max(want, 2 * slots_.capacity()));
@@ -42,29 +43,32 @@ int32_t ElementSpace::Grow(int32_t n) {
     }
     slots_.resize(size_t(n) + 1, Slot{nullptr, 0, 0});
     marks_.resize(size_t(n) + 1, 0);
-    for (size_t i = old; i < size_t(n); ++i) {
-      freeNumbers_.push_back(int32_t(i));
-      std::push_heap(freeNumbers_.begin(), freeNumbers_.end(), std::greater<int32_t>());
-    }
   } catch (const std::bad_alloc&) {
     slots_.resize(old);
     marks_.resize(old);
     return kLmNoMemory;
   }
+  for (size_t i = old; i < size_t(n); ++i) freeBits_[i / 64] |= uint64_t(1) << (i % 64);
+  if (old < size_t(n)) freeLow_ = std::min(freeLow_, old / 64);
   return 0;
 }
 
+// The lowest free number: a scan from the lowest word that may hold one, which moves up as
+// numbers are taken, so filling a space takes each number in constant time.
 int32_t ElementSpace::TakeNumber() {
-  while (!freeNumbers_.empty()) {
-    std::pop_heap(freeNumbers_.begin(), freeNumbers_.end(), std::greater<int32_t>());
-    int32_t n = freeNumbers_.back();
-    freeNumbers_.pop_back();
-    if (size_t(n) < slots_.size() && !slots_[size_t(n)].at) return n;
+  for (; freeLow_ < freeBits_.size(); ++freeLow_) {
+    uint64_t& word = freeBits_[freeLow_];
+    while (word) {
+      size_t n = freeLow_ * 64 + size_t(std::countr_zero(word));
+      word &= word - 1;
+      if (!slots_[n].at) return int32_t(n);
+    }
   }
   // No free number: the next one past the top, the common case when a space is being filled.
   size_t n = slots_.size();
   if (n > size_t(kLmMaxNumber)) return kLmNoMemory;
   try {
+    if (n / 64 >= freeBits_.size()) freeBits_.resize(n / 64 + 1, 0);
     if (n == slots_.capacity())
       slots_.reserve(std::min(std::max(n + size_t(tableStep_), 2 * n), size_t(kLmMaxNumber) + 1));
     if (n == marks_.capacity()) marks_.reserve(slots_.capacity());
@@ -77,22 +81,22 @@ int32_t ElementSpace::TakeNumber() {
   return int32_t(n);
 }
 
-// Drops free slots at the top so that the last slot is live. Their entries in the free-number
-// list go stale and are skipped when taken.
+// Drops free slots at the top so that the last slot is live, and their free bits with them.
 void ElementSpace::TrimTable() {
   size_t end = slots_.size();
-  while (end > 1 && !slots_[end - 1].at) --end;
+  while (end > 1 && !slots_[end - 1].at) {
+    --end;
+    freeBits_[end / 64] &= ~(uint64_t(1) << (end % 64));
+  }
   slots_.resize(end);
   marks_.resize(end);
-  size_t freeSlots = slots_.size() - 1 - size_t(live_);
-  if (freeNumbers_.size() > 2 * freeSlots + 1024) RebuildFreeNumbers();
 }
 
 void ElementSpace::RebuildFreeNumbers() {
-  freeNumbers_.clear();
-  // Ascending order is already a valid min-heap.
+  freeBits_.assign(slots_.size() / 64 + 1, 0);
   for (size_t n = 1; n < slots_.size(); ++n)
-    if (!slots_[n].at) freeNumbers_.push_back(int32_t(n));
+    if (!slots_[n].at) freeBits_[n / 64] |= uint64_t(1) << (n % 64);
+  freeLow_ = 0;
 }
 
 void ElementSpace::Free(int32_t n) {
@@ -103,8 +107,8 @@ void ElementSpace::Free(int32_t n) {
   s = Slot{nullptr, 0, 0};
   marks_[size_t(n)] = 0;
   LmTouch(n);
-  freeNumbers_.push_back(n);
-  std::push_heap(freeNumbers_.begin(), freeNumbers_.end(), std::greater<int32_t>());
+  freeBits_[size_t(n) / 64] |= uint64_t(1) << (n % 64);
+  freeLow_ = std::min(freeLow_, size_t(n) / 64);
 }
 
 int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
@@ -237,7 +241,9 @@ int32_t ElementSpace::LmUnmark() {
 
 int32_t ElementSpace::LmCollect() {
   int32_t freed = 0;
-  for (size_t n = 1; n < slots_.size(); ++n) {
+  // From the top down: free lists hand out the block freed last first, so the elements that
+  // refill the space (numbers reused lowest first) get their blocks in rising address order.
+  for (size_t n = slots_.size() - 1; n >= 1; --n) {
     Slot& s = slots_[n];
     if (!s.at || marks_[n] == epoch_) continue;
     Release(s.at, s.size, s.flags & kLargeBit);

@@ -7,6 +7,8 @@
 // Layout (see docs/foundation.md):
 //   number table  one 16-byte Slot per number 0..LmCount (slot 0 unused): address, size, flags;
 //                 beside it one mark byte per number.
+//   free numbers  one bit per number 0..LmCount, set for a free number, and the index of the
+//                 lowest 64-bit word that may hold a set bit.
 //   arenas        elements up to kLmSmallMax bytes live in chunks (4 KiB growing to 8 MiB), each
 //                 in a block of its size rounded up to 8; freed blocks go to a free list per size.
 //   large blocks  bigger elements get one heap block each (a 16-byte prefix holds its capacity).
@@ -30,7 +32,8 @@
 //      has a size of at most kLmSmallMax and lies wholly inside one chunk at an 8-aligned
 //      offset. A live large slot's block holds at least its size.
 //   4. No two live elements share a byte, and no free-list block shares a byte with a live one.
-//   5. Every free number not above LmCount is on the free-number list.
+//   5. Every free number not above LmCount has its free bit set, in a word not below the
+//      lowest-word index; no bit above LmCount is set.
 //   6. Every free-list block lies inside a chunk at an 8-aligned offset.
 //   7. The lock depth is not negative.
 //   8. The live count and live bytes agree with the table.
@@ -134,10 +137,10 @@ class ElementSpace {
   // The quick test a collector runs around every collection: kLmDamaged when a load fault was
   // recorded or the number table disagrees with itself or the totals (invariants 1, 2, 7, 8, 9
   // and the sizes and kinds of 3), else 0. One pass over the table, no allocation, no heap read;
-  // where blocks lie (3, 4, 6) and the free-number list (5) are LmCheck's. Never damaged where
+  // where blocks lie (3, 4, 6) and the free-number bits (5) are LmCheck's. Never damaged where
   // LmCheck finds nothing.
   int32_t LmValid() const;
-  // Rebuilds what bookkeeping can be rebuilt (free-number list, free lists, table end, marks);
+  // Rebuilds what bookkeeping can be rebuilt (free-number bits, free lists, table end, marks);
   // answers 0 when every invariant then holds (LmCheck finds nothing), else kLmDamaged.
   int32_t LmRepair();
   // Every invariant violation, one line each, naming the invariant's number.
@@ -150,7 +153,7 @@ class ElementSpace {
   int64_t LmLiveBytes() const { return liveBytes_; }
   // Bytes held for elements: chunks in use plus large blocks (not the number table).
   int64_t LmHeapBytes() const;
-  // Bytes of the number table and free-number list.
+  // Bytes of the number table and free-number bits.
   int64_t LmTableBytes() const;
 
   // --- Hand-over to a persistence layer --------------------------------------------------------
@@ -219,7 +222,10 @@ class ElementSpace {
   void CheckStorage(std::vector<std::string>* out) const;
 
   std::vector<Slot, HugeAllocator<Slot>> slots_;
-  std::vector<int32_t> freeNumbers_;  // min-heap; may hold stale entries, checked when taken
+  // Bit n set: number n may be free. A number made live by LmSetAssert or LmLoad keeps its bit
+  // until TakeNumber reaches it and finds it taken; no bit above LmCount is set.
+  std::vector<uint64_t> freeBits_;
+  size_t freeLow_ = 0;  // no word below this one holds a set bit
   // Marks apart from the slots: a walk tests far more marks than it reads elements, and a byte
   // per number stays in cache where 16-byte slots cannot. The byte also tells liveness, so
   // LmMark never reads a slot: 0 free, kUnmarked or an old epoch live, epoch_ marked.

@@ -56,9 +56,17 @@ std::vector<std::string> ElementSpace::LmCheck() const {
     if (slots_.size() > 1 && !slots_.back().at)
       f.Add(1, "the last number " + std::to_string(slots_.size() - 1) + " is free");
 
-    std::vector<bool> listed(slots_.size(), false);
-    for (int32_t n : freeNumbers_)
-      if (n > 0 && size_t(n) < slots_.size()) listed[size_t(n)] = true;
+    auto listed = [&](size_t n) {
+      return n / 64 < freeBits_.size() && n / 64 >= freeLow_ && (freeBits_[n / 64] >> (n % 64) & 1);
+    };
+    if (slots_.size() > 1 && freeBits_.size() * 64 < slots_.size())
+      f.Add(5, "the free bits end below number " + std::to_string(LmCount()));
+    for (size_t w = slots_.size() / 64; w < freeBits_.size(); ++w) {
+      uint64_t above =
+          w == slots_.size() / 64 ? ~uint64_t(0) << (slots_.size() % 64) : ~uint64_t(0);
+      if (freeBits_[w] & above)
+        f.Add(5, "a number above " + std::to_string(LmCount()) + " has a free bit");
+    }
     int32_t live = 0;
     int64_t bytes = 0;
     for (size_t n = 1; n < slots_.size(); ++n) {
@@ -72,7 +80,7 @@ std::vector<std::string> ElementSpace::LmCheck() const {
       }
       if (s.size != 0 || s.flags != 0 || (n < marks_.size() && marks_[n] != 0))
         f.Add(2, "free number " + std::to_string(n) + " has a size, flags or a mark byte");
-      if (!listed[n]) f.Add(5, "free number " + std::to_string(n) + " is not on the free list");
+      if (!listed(n)) f.Add(5, "free number " + std::to_string(n) + " has no free bit to find");
     }
     if (lockDepth_ < 0) f.Add(7, "lock depth " + std::to_string(lockDepth_));
     if (live != live_ || bytes != liveBytes_)

@@ -160,7 +160,7 @@ int32_t ElementSpace::LmCompress() {
     slots_.shrink_to_fit();
     marks_.shrink_to_fit();
   }
-  freeNumbers_.shrink_to_fit();
+  freeBits_.shrink_to_fit();
   std::fill(freeBlocks_.begin(), freeBlocks_.end(), nullptr);
   chunkBytes_ = int64_t(total);
   bump_ = bumpEnd_ = nullptr;
@@ -175,7 +175,7 @@ int64_t ElementSpace::LmHeapBytes() const { return chunkBytes_ + largeBytes_; }
 
 int64_t ElementSpace::LmTableBytes() const {
   return int64_t(slots_.capacity() * sizeof(Slot) + marks_.capacity() +
-                 freeNumbers_.capacity() * sizeof(int32_t) + handed_.capacity() * sizeof(uint64_t) +
+                 freeBits_.capacity() * sizeof(uint64_t) + handed_.capacity() * sizeof(uint64_t) +
                  pending_.capacity() * sizeof(pending_[0]) +
                  touchedBits_.capacity() * sizeof(uint64_t) +
                  touched_.capacity() * sizeof(int32_t));

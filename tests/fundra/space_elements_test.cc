@@ -33,7 +33,20 @@ TEST(ElementSpace, NumbersStartAtOneAndFreedNumbersAreReusedLowestFirst) {
   EXPECT_EQ(s.LmCount(), 9);
   EXPECT_EQ(s.LmTest(7), kLmNotLive);
   EXPECT_EQ(s.LmAddAssert(0), 6);
-  EXPECT_EQ(s.LmLiveCount(), 7);
+  // A free number set directly is live and is not handed out again.
+  EXPECT_EQ(s.LmSetAssert(7, 4), 0);
+  EXPECT_EQ(s.LmAddAssert(0), 8);
+  EXPECT_EQ(s.LmLiveCount(), 9);
+  EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+  // Far apart numbers, freed highest first, still come back lowest first.
+  for (int32_t want = 10; want <= 300; ++want) EXPECT_EQ(s.LmAddAssert(8), want);
+  EXPECT_EQ(s.LmRemove(250), 0);
+  EXPECT_EQ(s.LmRemove(70), 0);
+  EXPECT_EQ(s.LmAddAssert(8), 70);
+  EXPECT_EQ(s.LmRemove(20), 0);
+  EXPECT_EQ(s.LmAddAssert(8), 20);
+  EXPECT_EQ(s.LmAddAssert(8), 250);
+  EXPECT_EQ(s.LmAddAssert(8), 301);
   EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
 }
 

@@ -246,10 +246,14 @@ class ElementSpace {
   int64_t largeBytes_ = 0;
 
   std::vector<uint64_t> handed_;  // per number: sum at the last hand-over, 0 = not handed over
-  // The touched record: a bit per number and the numbers whose bit is set. When memory for it ran
-  // out, touchedAll_ makes the next hand-over compare every number instead.
+  // The touched record: a bit per number, and while few are set the list of those numbers. Once
+  // the list would hold more than one number per bit word, or 64 (touchedDense_), it is dropped
+  // and the bits alone are walked: the record never costs more than a bit per number and a short
+  // list.
+  // When memory for the bits ran out, touchedAll_ makes the next hand-over compare every number.
   std::vector<uint64_t> touchedBits_;
   std::vector<int32_t> touched_;
+  bool touchedDense_ = false;
   bool touchedAll_ = false;
   void TouchSlow(int32_t n);
   std::vector<int32_t> TouchedAscending();

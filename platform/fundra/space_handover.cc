@@ -72,12 +72,21 @@ void ElementSpace::TouchSlow(int32_t n) {
   size_t w = size_t(n) >> 6;
   try {
     if (w >= touchedBits_.size()) touchedBits_.resize(std::max(w + 1, 2 * touchedBits_.size()), 0);
-    touched_.push_back(n);
   } catch (const std::bad_alloc&) {
     touchedAll_ = true;  // the record is incomplete: compare everything at the next hand-over
     return;
   }
   touchedBits_[w] |= uint64_t(1) << (n & 63);
+  if (touchedDense_) return;
+  if (touched_.size() < std::max<size_t>(touchedBits_.size(), 64)) {
+    try {
+      touched_.push_back(n);
+      return;
+    } catch (const std::bad_alloc&) {
+    }
+  }
+  touchedDense_ = true;
+  std::vector<int32_t>().swap(touched_);
 }
 
 // The touched numbers, ascending: from the bits when they are dense, else the sorted list.
@@ -87,8 +96,7 @@ std::vector<int32_t> ElementSpace::TouchedAscending() {
     size_t end = std::max(handed_.size(), slots_.size());
     out.reserve(end);
     for (size_t n = 1; n < end; ++n) out.push_back(int32_t(n));
-  } else if (touched_.size() >= touchedBits_.size()) {
-    out.reserve(touched_.size());
+  } else if (touchedDense_) {
     for (size_t w = 0; w < touchedBits_.size(); ++w)
       for (uint64_t bits = touchedBits_[w]; bits; bits &= bits - 1)
         out.push_back(int32_t(w * 64 + size_t(__builtin_ctzll(bits))));
@@ -154,8 +162,12 @@ void ElementSpace::LmHandedOver() {
   pendingValid_ = false;
   // Addresses may be held across a save while the space is locked: keep their numbers touched.
   if (lockDepth_ > 0) return;
-  for (int32_t n : touched_) touchedBits_[size_t(n) >> 6] = 0;
+  if (touchedDense_)
+    std::fill(touchedBits_.begin(), touchedBits_.end(), 0);
+  else
+    for (int32_t n : touched_) touchedBits_[size_t(n) >> 6] = 0;
   touched_.clear();
+  touchedDense_ = false;
   touchedAll_ = false;
 }
 

@@ -148,14 +148,6 @@ inline int32_t dlOpen(const fundra::ElementSpace* space, int32_t n, DLView* v) {
   return 0;
 }
 
-// Opens DL n for writing through the view: as dlOpen, and records the DL as touched so that the
-// next save takes it.
-inline int32_t dlEdit(fundra::ElementSpace* space, int32_t n, DLView* v) {
-  int32_t r = dlOpen(space, n, v);
-  if (r == 0) space->LmTouch(n);
-  return r;
-}
-
 // The index of the item with the key, searching from the last item to the first; -1 if none.
 inline int32_t dlFind(const DLView& v, uint32_t key) {
   for (int32_t i = v.head->count - 1; i >= 0; --i)
@@ -183,12 +175,6 @@ inline int32_t listOpen(const fundra::ElementSpace* space, int32_t n, ListView* 
   v->at = reinterpret_cast<int32_t*>(space->LmGet(n));
   v->count = size / 4;
   return 0;
-}
-// Opens a list element for writing, recording it as touched.
-inline int32_t listEdit(fundra::ElementSpace* space, int32_t n, ListView* v) {
-  int32_t r = listOpen(space, n, v);
-  if (r == 0) space->LmTouch(n);
-  return r;
 }
 
 }  // namespace zove

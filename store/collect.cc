@@ -43,15 +43,6 @@ Word zoveGCCheck(Object* self) {
 
 namespace {
 
-// Asks for the bytes of element n: its first two cache lines, which hold a DL's header and its
-// first items wherever the element starts. Its slot should already be on its way.
-inline void fetchBytes(const fundra::ElementSpace* s, int32_t n) {
-  if (const uint8_t* at = s->LmGet(n)) {
-    __builtin_prefetch(at);
-    __builtin_prefetch(at + 64);
-  }
-}
-
 // What a marking walk needs at every DL, looked up once per walk.
 struct MarkWalk {
   Object* self;
@@ -120,7 +111,7 @@ int32_t markDL(const MarkWalk& w, int32_t dl, int32_t depth) {
     }
     for (ahead = std::max(ahead, i + 1); ahead < count && items[ahead].ref <= 0; ++ahead) {
     }
-    if (ahead < count) fetchBytes(s, items[ahead++].ref);
+    if (ahead < count) s->LmPrefetch(items[ahead++].ref, true);
     uint32_t type = it.kind & ~0xFFu;
     int32_t r = 0;
     if (type == kHandle || type == kPartLink) {
@@ -228,10 +219,10 @@ bool prune(fundra::ElementSpace* s) {
   };
   bool changed = false;
   queue.push_back(kRootDL);
-  // A DL's slot is fetched 16 turns ahead and its bytes 4 turns ahead.
+  // A DL's slot is fetched 32 turns ahead and its bytes 12 turns ahead.
   for (size_t h = 0; h < queue.size(); ++h) {
-    if (h + 16 < queue.size()) s->LmPrefetch(queue[h + 16], false);
-    if (h + 4 < queue.size()) fetchBytes(s, queue[h + 4]);
+    if (h + 32 < queue.size()) s->LmPrefetch(queue[h + 32], false);
+    if (h + 12 < queue.size()) s->LmPrefetch(queue[h + 12], true);
     changed |= pruneDL(s, queue[h], reach);
   }
   return changed;

@@ -47,6 +47,7 @@
 #include <vector>
 
 #include "platform/fundra/huge_alloc.h"
+#include "platform/fundra/prefetch.h"
 
 namespace fundra {
 
@@ -120,8 +121,9 @@ class ElementSpace {
   int32_t LmUnmark();
   // Frees every live element that is not marked; answers how many it freed.
   int32_t LmCollect();
-  // Hints that element n is about to be visited: fetches its slot, and its bytes when `bytes`
-  // (the slot must then be in cache already to help). Never faults, whatever n is.
+  // Hints that element n is about to be visited: fetches its slot, or with `bytes` the first one
+  // or two cache lines of its bytes (the slot must then be in cache already to help). Never
+  // faults, whatever n is.
   inline void LmPrefetch(int32_t n, bool bytes) const;
 
   // --- Heap ----------------------------------------------------------------------------------
@@ -298,7 +300,7 @@ inline int32_t ElementSpace::LmMark(int32_t n) {
   if (m == epoch_) return 0;
   m = epoch_;
   // A caller that marks an element is about to read it: start fetching its slot now.
-  __builtin_prefetch(&slots_[size_t(n)]);
+  Prefetch(&slots_[size_t(n)]);
   return 1;
 }
 
@@ -311,9 +313,10 @@ inline void ElementSpace::LmPrefetch(int32_t n, bool bytes) const {
   if (n <= 0 || n >= int32_t(slots_.size())) return;
   const Slot* s = &slots_[size_t(n)];
   if (bytes) {
-    if (s->at) __builtin_prefetch(s->at);
+    Prefetch(s->at);
+    if ((reinterpret_cast<uintptr_t>(s->at) & 63) + uint32_t(s->size) > 64) Prefetch(s->at + 64);
   } else {
-    __builtin_prefetch(s);
+    Prefetch(s);
   }
 }
 

@@ -2,7 +2,9 @@
 // references and list entries that now point nowhere, and drop records no item names.
 //
 // Marking is one recursive pass that allocates nothing (the live-records dictionary is made
-// before it). Edges followed: handles, part links and the elements of lists; blobs, lists and
+// before it). A collection first tries the quick mark (collect_quick.h), which sets the same
+// marks in an order memory keeps up with and gives the walks the word whenever they would report
+// something. Edges followed: handles, part links and the elements of lists; blobs, lists and
 // weak lists are owned elements, marked so that they survive but not walked (a weak list's
 // elements are not marked); weak handles are neither marked nor followed. The root of a walk is
 // level 0; a walk may reach level kMaxDepth and fails one level deeper. Its cost is memory
@@ -24,6 +26,7 @@
 #include <vector>
 
 #include "platform/fundra/debug.h"
+#include "store/collect_quick.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -228,6 +231,16 @@ bool prune(fundra::ElementSpace* s) {
   return changed;
 }
 
+// A fresh live-records dictionary holding every chunk the record file has.
+void setLiveRecords(ZoveData* d) {
+  delete d->liveRecords;
+  d->liveRecords = new fundra::TDict(0, 0);
+  if (!d->file) return;
+  int32_t n = zelkor::i32(send(d->file, fc("HCId"), kRecordType));
+  for (int32_t i = 1; i <= n; ++i)
+    d->liveRecords->Set(send(d->file, fc("HEId"), kRecordType, i), 1);
+}
+
 }  // namespace
 
 // TSGC: 0, or kFaulted with the failure left in the fault code.
@@ -241,24 +254,31 @@ Word zoveCollect(Object* self, const Msg&) {
     DebugLogf(kLogFault, "zoveCollect: LmValid/1 failed, code %~d", d->fault);
     return kFaulted;
   }
-  d->liveRecords = new fundra::TDict(0, 0);
-  if (d->file) {
-    int32_t n = zelkor::i32(send(d->file, fc("HCId"), kRecordType));
-    for (int32_t i = 1; i <= n; ++i)
-      d->liveRecords->Set(send(d->file, fc("HEId"), kRecordType, i), 1);
-  }
+  setLiveRecords(d);
   s->LmUnmark();
-  d->fault = zoveDoMark(self, kRootDL, 0, 0);
-  for (int32_t i = 0; d->fault == 0 && i < d->keep.Count(); ++i)
-    d->fault = zoveDoMark(self, d->keep.Get(i), 0, 0);
+  // The quick mark sets the same marks as the walks below; where it gives up, the walks run and
+  // report what they find. At a raised check level every DL must pass the check in walk order.
+  QuickMark quick;
+  const bool quickDone = d->checkLevel == 0 && zoveQuickMarkOn() && quick.run(d);
+  if (!quickDone) {
+    s->LmUnmark();
+    setLiveRecords(d);
+    d->fault = zoveDoMark(self, kRootDL, 0, 0);
+    for (int32_t i = 0; d->fault == 0 && i < d->keep.Count(); ++i)
+      d->fault = zoveDoMark(self, d->keep.Get(i), 0, 0);
+  }
   if (d->fault == 0) {
     s->LmCollect();
     d->fault = s->LmValid();
     if (d->fault != 0) DebugLogf(kLogFault, "zoveCollect: LmValid/2 failed, code %~d", d->fault);
   }
   if (d->fault == 0) {
-    s->LmUnmark();
-    prune(s);
+    // Pruning that would find nothing dead is skipped; it changes nothing but the marks, which
+    // every walk clears before it starts.
+    if (!quickDone || quick.pruneMayChange()) {
+      s->LmUnmark();
+      prune(s);
+    }
     zelkor::Word chunk, one;
     fundra::TDictIter it(*d->liveRecords);
     while (it.Next(&chunk, &one)) send(d->file, fc("HRmv"), kRecordType, chunk);

@@ -1,0 +1,173 @@
+#include "store/collect_quick.h"
+
+#include <new>
+
+#include "store/dl.h"
+
+namespace zove {
+
+namespace {
+
+// How far ahead of the DL being scanned the queue's slots and bytes are fetched.
+constexpr size_t kSlotsAhead = 32;
+constexpr size_t kBytesAhead = 12;
+
+bool quickMarkOn = true;
+
+}  // namespace
+
+void zoveSetQuickMark(bool on) { quickMarkOn = on; }
+bool zoveQuickMarkOn() { return quickMarkOn; }
+
+// A DL reached through an edge or as a root. False when the walk would fail on it.
+inline bool QuickMark::queueDL(fundra::ElementSpace* s, int32_t n) {
+  if (!inRange(n)) return false;
+  if (dls_.has(size_t(n))) return true;
+  if (owned_.has(size_t(n)) || s->LmMark(n) <= 0) return false;
+  dls_.set(size_t(n));
+  queue_.push_back(n);
+  return true;
+}
+
+// A list entry: followed when it names a live element, skipped (and left to pruning) when not.
+inline bool QuickMark::queueEntry(fundra::ElementSpace* s, int32_t n) {
+  if (!inRange(n)) {
+    deadEntry_ = true;
+    return true;
+  }
+  if (!dls_.has(size_t(n))) {
+    if (owned_.has(size_t(n))) return false;
+    int32_t r = s->LmMark(n);  // reads a mark byte, where a liveness test would read the slot
+    if (r < 0) {
+      deadEntry_ = true;
+      return true;
+    }
+    if (r == 0) return false;
+    dls_.set(size_t(n));
+    queue_.push_back(n);
+  }
+  edges_.push_back(n);
+  return true;
+}
+
+// An owned element (blob, list, weak list). A second holder is no finding, as in the walk.
+inline bool QuickMark::own(fundra::ElementSpace* s, int32_t n) {
+  if (!inRange(n)) return false;
+  if (owned_.has(size_t(n))) return true;
+  if (dls_.has(size_t(n)) || s->LmMark(n) <= 0) return false;
+  owned_.set(size_t(n));
+  return true;
+}
+
+// Reads DL `dl`'s items as the walk does, queueing what it follows and recording its edges.
+bool QuickMark::scan(ZoveData* d, int32_t dl) {
+  fundra::ElementSpace* s = d->space;
+  DLView v;
+  if (dlOpen(s, dl, &v) != 0) return false;
+  first_[size_t(dl)] = uint32_t(edges_.size());
+  edges_.push_back(0);
+  const size_t start = edges_.size();
+  if (v.head->owner != 0) weak_.push_back(v.head->owner);
+  for (int32_t i = 0, count = v.head->count; i < count; ++i) {
+    const Item it = v.items[i];
+    if (it.ref <= 0) {
+      uint32_t type = uint32_t(it.ref) & ~0xFFu;
+      if (type == kVHandle) {
+        if (d->liveRecords) d->liveRecords->Remove(zelkor::toWord(it.kind));
+      } else if (type != kImmediate) {
+        return false;
+      }
+      continue;
+    }
+    uint32_t type = it.kind & ~0xFFu;
+    if (type == kHandle || type == kPartLink) {
+      edges_.push_back(it.ref);
+      if (!queueDL(s, it.ref)) return false;
+    } else if (type == kBlob) {
+      if (!own(s, it.ref)) return false;
+    } else if (type == kList || type == kWeakList) {
+      if (!own(s, it.ref)) return false;
+      const auto* elems = reinterpret_cast<const int32_t*>(s->LmGet(it.ref));
+      const int32_t n = s->LmSize(it.ref) / 4;
+      for (int32_t j = 0; j < n; ++j) {
+        const int32_t e = elems[j];
+        if (type == kWeakList) {
+          weak_.push_back(e);
+        } else if (!queueEntry(s, e)) {
+          return false;
+        }
+      }
+    } else if (type == kWeakHandle) {
+      weak_.push_back(it.ref);
+    } else {
+      return false;
+    }
+  }
+  edges_[start - 1] = int32_t(edges_.size() - start);
+  return true;
+}
+
+// The depth-first walk from `root` over the edge table: false when it would follow an edge from
+// a DL at level kMaxDepth. A DL already replayed ends an edge, as a mark does.
+bool QuickMark::replay(int32_t root) {
+  struct Frame {
+    uint32_t next, end;
+  };
+  if (replayed_.has(size_t(root))) return true;
+  Frame stack[kMaxDepth + 1];
+  int32_t top = 0;
+  auto enter = [&](int32_t n, int32_t at) {
+    replayed_.set(size_t(n));
+    uint32_t f = first_[size_t(n)];
+    stack[at] = Frame{f + 1, f + 1 + uint32_t(edges_[f])};
+  };
+  enter(root, 0);
+  while (top >= 0) {
+    Frame& f = stack[top];
+    if (f.next == f.end) {
+      --top;
+      continue;
+    }
+    if (top == kMaxDepth) return false;
+    const int32_t n = edges_[f.next++];
+    if (!replayed_.has(size_t(n))) enter(n, ++top);
+  }
+  return true;
+}
+
+bool QuickMark::run(ZoveData* d) {
+  fundra::ElementSpace* s = d->space;
+  try {
+    last_ = s->LmCount();
+    dls_.reset(size_t(last_) + 1);
+    owned_.reset(size_t(last_) + 1);
+    replayed_.reset(size_t(last_) + 1);
+    first_.resize(size_t(last_) + 1);
+    queue_.reserve(size_t(s->LmLiveCount()));
+    edges_.reserve(size_t(s->LmLiveCount()) * 4);
+    if (!queueDL(s, kRootDL)) return false;
+    for (int32_t i = 0; i < d->keep.Count(); ++i)
+      if (!queueDL(s, d->keep.Get(i))) return false;
+    for (size_t h = 0; h < queue_.size(); ++h) {
+      if (h + kSlotsAhead < queue_.size()) s->LmPrefetch(queue_[h + kSlotsAhead], false);
+      if (h + kBytesAhead < queue_.size()) s->LmPrefetch(queue_[h + kBytesAhead], true);
+      if (!scan(d, queue_[h])) return false;
+    }
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  if (!replay(kRootDL)) return false;
+  for (int32_t i = 0; i < d->keep.Count(); ++i)
+    if (!replay(d->keep.Get(i))) return false;
+  return true;
+}
+
+bool QuickMark::pruneMayChange() const {
+  if (deadEntry_) return true;
+  // After the collection an element lives exactly when it was marked.
+  for (int32_t n : weak_)
+    if (!inRange(n) || !dls_.has(size_t(n))) return true;
+  return false;
+}
+
+}  // namespace zove

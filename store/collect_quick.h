@@ -1,0 +1,70 @@
+// The collector's quick mark: the marks of the depth-first marking walks, set in an order that
+// memory keeps up with.
+//
+// A marking walk follows items in order, depth first, so on a large store each step down waits
+// for the referent's slot and then for its bytes. Which elements end up marked does not depend
+// on the order, only whether the walk fails does. The quick mark therefore
+//   1. walks the DLs from a queue, marking each as it is queued and fetching slots and bytes well
+//      ahead, and writes each DL's followed edges (handles, part links, live list entries, in item
+//      order) into a compact table;
+//   2. replays the depth-first walks from DL 1 and the keep list over that table, whose few bytes
+//      per DL stay in cache, to learn whether one would go deeper than kMaxDepth.
+// Whatever a walk would report (a bad item, a handle or owned element naming nothing, an element
+// that cannot be a DL reached as one, an element both owned and followed, a walk too deep) and a
+// shortage of memory make it give up. The caller then clears the marks and runs the walks, which
+// report the first finding exactly as they always do.
+//
+// On the way it lists every reference pruning could find dead (owner words, weak handles,
+// weak-list entries) and notes list entries that already name nothing, so that after the
+// collection the collector can tell whether pruning would change anything at all.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "store/zove_class.h"
+
+namespace zove {
+
+// Collections use the quick mark unless a test that compares the two turns it off.
+void zoveSetQuickMark(bool on);
+bool zoveQuickMarkOn();
+
+class QuickMark {
+ public:
+  // Marks from DL 1 and the keep list as the walks would, striking named records from the live
+  // records. Answers false when the walks must run instead (some marks may then be set).
+  bool run(ZoveData* d);
+
+  // After the collection freed what was left unmarked: whether pruning may change a DL. False
+  // only when every reference pruning checks names a DL the mark kept.
+  bool pruneMayChange() const;
+
+ private:
+  // One bit per number, tested far more often than set: a few kilobytes stay in the nearest cache.
+  struct Bits {
+    std::vector<uint64_t> words;
+    void reset(size_t n) { words.assign((n + 63) / 64, 0); }
+    bool has(size_t n) const { return words[n >> 6] >> (n & 63) & 1; }
+    void set(size_t n) { words[n >> 6] |= uint64_t(1) << (n & 63); }
+  };
+
+  bool inRange(int32_t n) const { return n > 0 && n <= last_; }
+  bool queueDL(fundra::ElementSpace* s, int32_t n);
+  bool queueEntry(fundra::ElementSpace* s, int32_t n);
+  bool own(fundra::ElementSpace* s, int32_t n);
+  bool scan(ZoveData* d, int32_t dl);
+  bool replay(int32_t root);
+
+  int32_t last_ = 0;             // the highest number
+  Bits dls_;                     // queued as DLs
+  Bits owned_;                   // marked as owned elements
+  Bits replayed_;                // entered by the replay
+  std::vector<int32_t> queue_;   // DLs in the order they were queued
+  std::vector<uint32_t> first_;  // per number: where a DL's edge count is in edges_
+  std::vector<int32_t> edges_;   // per DL: the edge count, then the edges in walk order
+  std::vector<int32_t> weak_;    // references pruning checks
+  bool deadEntry_ = false;       // a list entry names nothing
+};
+
+}  // namespace zove

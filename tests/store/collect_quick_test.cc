@@ -1,0 +1,150 @@
+// Collections with the quick mark next to collections by the depth-first walks alone, on random
+// stores: sound ones, damaged ones and ones with chains around the depth limit. Two stores are
+// built from the same seed; the collection must answer the same, log the same lines, leave the
+// same fault code and leave every element with the same bytes. A failure names the seed.
+#include "store/collect_quick.h"
+
+#include <random>
+
+#include "tests/store/store_fixture.h"
+
+namespace zt {
+namespace {
+
+constexpr FourCC kKeys[] = {fc("aaaa"), fc("bbbb"), fc("cccc"), fc("dddd"), fc("eeee")};
+
+// Builds the same store for the same seed. `hurt` damages it now and then.
+void build(Object* s, uint32_t seed, bool hurt) {
+  fundra::ElementSpace* sp = spaceOf(s);
+  std::mt19937 rng(seed);
+  auto pick = [&](int n) { return int32_t(rng() % uint32_t(n)); };
+  std::vector<int32_t> dls{1};
+  for (int i = 0, n = 20 + pick(300); i < n; ++i)
+    dls.push_back(i32(S(s, fc("TSDN"), fc("data"), pick(3) * 4, 0)));
+  auto any = [&] { return dls[size_t(pick(int(dls.size())))]; };
+  for (int32_t dl : dls) {
+    for (int k = 0, items = pick(5); k < items; ++k) {
+      FourCC key = kKeys[pick(5)];
+      switch (pick(7)) {
+        case 0:
+          S(s, fc("TSHS"), dl, key, any());
+          break;
+        case 1:
+          S(s, fc("TSAS"), dl, key, any());
+          break;
+        case 2:
+          S(s, fc("TSLA"), dl, key, any());
+          break;
+        case 3:
+          S(s, fc("TSVS"), dl, key, pick(1000));
+          break;
+        case 4:
+          S(s, fc("TSBW"), dl, key, "blob", 4);
+          break;
+        case 5:
+          S(s, fc("TSDK"), dl);
+          break;
+        default:
+          break;
+      }
+    }
+  }
+  // Roots for a good part of the DLs, and now and then a chain around the depth limit whose
+  // members all hang in one list too, so that the chain is deep but every member is near. Its
+  // links start as immediate values and become handles without counting a change, so that no
+  // periodic collection meets the chain before the one under test.
+  for (int i = 0; i < 6; ++i) S(s, fc("TSLA"), 1, fc("root"), any());
+  std::vector<int32_t> chain;
+  if (pick(3) == 0) {
+    for (int i = 0, n = 490 + pick(20); i < n; ++i) {
+      chain.push_back(i32(S(s, fc("TSDN"), fc("chan"), 0, 0)));
+      S(s, fc("TSLA"), 1, fc("chan"), chain.back());
+      S(s, fc("TSVS"), chain.back(), fc("next"), 0);
+    }
+  }
+  for (size_t i = 0; i + 1 < chain.size(); ++i) {
+    DLView v;
+    dlOpen(sp, chain[i], &v);
+    v.items[dlFind(v, fc("next"))] = Item{chain[i + 1], kHandle, fc("next")};
+    sp->LmTouch(chain[i]);
+  }
+  // Items rewritten behind the store's back: weak kinds (sound), and with `hurt` references to
+  // nothing, owned elements reached as DLs and kinds no store writes.
+  for (int i = 0, n = pick(8); i < n; ++i) {
+    int32_t dl = any();
+    DLView v;
+    if (dlOpen(sp, dl, &v) != 0 || v.head->count == 0) continue;
+    Item& it = v.items[pick(v.head->count)];
+    if (it.ref <= 0) continue;
+    uint32_t type = it.kind & ~0xFFu;
+    if (type == kHandle) it.kind = kWeakHandle;
+    if (type == kList) it.kind = kWeakList;
+    if (!hurt) continue;
+    switch (pick(5)) {
+      case 0:
+        it.ref = sp->LmCount() + 1 + pick(3);
+        break;
+      case 1:
+        it.kind = 0x300;
+        break;
+      case 2:
+        it.ref = any(), it.kind = kBlob;
+        break;
+      case 3:
+        it.ref = -7;
+        break;
+      default:
+        v.head->owner = sp->LmCount() + 5;
+        break;
+    }
+    sp->LmTouch(dl);
+  }
+}
+
+struct Outcome {
+  Word answer, fault;
+  std::vector<std::string> log;
+  std::vector<std::string> elements;  // "n:bytes" for every live number
+};
+
+Outcome collect(uint32_t seed, bool hurt, bool quick) {
+  Object* s = newStore(1);
+  build(s, seed, hurt);
+  zoveSetQuickMark(quick);
+  LogCapture cap;
+  Outcome o;
+  o.answer = S(s, fc("TSGC"));
+  zoveSetQuickMark(true);
+  o.fault = S(s, fc("TSEC"));
+  o.log = lines(cap);
+  fundra::ElementSpace* sp = spaceOf(s);
+  for (int32_t n = sp->LmNext(0); n; n = sp->LmNext(n))
+    o.elements.push_back(
+        std::to_string(n) + ":" +
+        std::string(reinterpret_cast<const char*>(sp->LmGet(n)), size_t(sp->LmSize(n))));
+  S(s, fc("Dspo"));
+  return o;
+}
+
+TEST(QuickMark, CollectsExactlyAsTheWalksDo) {
+  int faulted = 0, deep = 0;
+  for (uint32_t seed = 1; seed <= 120; ++seed) {
+    bool hurt = seed % 2 == 0;
+    Outcome quick = collect(seed, hurt, true), walks = collect(seed, hurt, false);
+    ASSERT_EQ(quick.answer, walks.answer) << "seed " << seed;
+    ASSERT_EQ(quick.fault, walks.fault) << "seed " << seed;
+    ASSERT_EQ(quick.log, walks.log) << "seed " << seed;
+    ASSERT_EQ(quick.elements.size(), walks.elements.size()) << "seed " << seed;
+    for (size_t i = 0; i < quick.elements.size(); ++i)
+      ASSERT_EQ(quick.elements[i], walks.elements[i]) << "seed " << seed;
+    faulted += walks.answer != 0;
+    deep += walks.fault == kTooDeep;
+  }
+  // The seeds reach both outcomes, including walks that go too deep through a shallow store.
+  EXPECT_GT(faulted, 10);
+  EXPECT_GT(deep, 3);
+  EXPECT_LT(faulted, 100);
+}
+
+}  // namespace
+}  // namespace zt

@@ -76,6 +76,12 @@ struct LmDelta {
   std::vector<int32_t> removed;  // handed over, no longer live
 };
 
+// One element of a run handed to LmLoadMany.
+struct LmPart {
+  int32_t number;
+  int32_t size;
+};
+
 class ElementSpace {
  public:
   // tableStep: numbers the table grows by at a time (at least 1). flags: kLmScrub or 0.
@@ -167,7 +173,9 @@ class ElementSpace {
   //
   // Saving: LmChanges() tells which touched numbers differ from the last hand-over (by content:
   // rewriting the same bytes is no change); save those, then LmHandedOver() without changing the
-  // space in between. A new space has handed over nothing.
+  // space in between. A new space has handed over nothing. An element is summed only when it is
+  // compared: one handed over as added, or loaded without its sum, counts as changed at its
+  // next touch, which takes its sum; from then on it is compared by content.
   LmDelta LmChanges();
   void LmHandedOver();
   // Element n's bytes were (or may have been) written through its address. Cheap: a bit test.
@@ -182,10 +190,16 @@ class ElementSpace {
   // then LmLoadSeal with the live count and LmSpaceSum saved with them. LmLoad answers 0 or a
   // code; a refused pair, a sum that does not match, or a seal that does not match is recorded
   // as a load fault, which LmValid reports (invariant 9) and LmRepair cannot clear. The loaded
-  // content counts as handed over.
+  // content counts as handed over; an element loaded without its sum is not summed (the file
+  // vouches for its bytes).
   int32_t LmLoad(int32_t n, const void* bytes, int32_t size);
   int32_t LmLoad(int32_t n, const void* bytes, int32_t size, uint64_t sum);
   int32_t LmLoadSeal(int32_t liveCount, uint64_t spaceSum);
+  // Loads a run of elements at once, as LmLoad would one by one: parts[i] names element i's
+  // number and size, and the elements' bytes follow each other from `bytes`. Answers 0, or the
+  // code of the first part refused, whose index goes to *refused (the parts before it are
+  // loaded).
+  int32_t LmLoadMany(const LmPart* parts, int32_t count, const uint8_t* bytes, int32_t* refused);
   // Before a load of about `numbers` numbers and `bytes` bytes of elements: grows the table once
   // and takes one chunk for the bytes, so the loads that follow neither regrow the table nor
   // allocate chunk by chunk. Only a hint: answers 0, or kLmNoMemory.
@@ -247,7 +261,9 @@ class ElementSpace {
   std::vector<FreeBlock*> freeBlocks_;  // per size class: block bytes / 8
   int64_t largeBytes_ = 0;
 
-  std::vector<uint64_t> handed_;  // per number: sum at the last hand-over, 0 = not handed over
+  // Per number: the sum at the last hand-over; 0 not handed over; 1 handed over (as added, or
+  // by a load) without its sum, so that its next touch counts as a change.
+  std::vector<uint64_t> handed_;
   // The touched record: a bit per number, and while few are set the list of those numbers. Once
   // the list would hold more than one number per bit word, or 64 (touchedDense_), it is dropped
   // and the bits alone are walked: the record never costs more than a bit per number and a short
@@ -259,8 +275,11 @@ class ElementSpace {
   bool touchedAll_ = false;
   void TouchSlow(int32_t n);
   std::vector<int32_t> TouchedAscending();
+  void Handed(int32_t n, uint64_t kept);
 #ifdef ZOVE_CHECKED
   void AuditUntouched() const;
+  void AuditSum(int32_t n, uint64_t sum);
+  std::vector<uint64_t> auditSums_;  // the sums handed_ lacks, for the audit only
 #endif
   // (number, sum or 0 when not live) for every number the last LmChanges compared.
   std::vector<std::pair<int32_t, uint64_t>> pending_;

@@ -31,8 +31,12 @@ uint64_t Mix(uint64_t h) {
   return h ^ (h >> 33);
 }
 
-// What a number keeps at a hand-over: the sum, never 0 (0 means "not handed over").
-uint64_t Kept(uint64_t sum) { return sum ? sum : 1; }
+// What handed_ holds for an element handed over without its sum (a new element saved, or one
+// loaded): its next touch counts as a change and takes its sum.
+constexpr uint64_t kUnsummed = 1;
+
+// What a number keeps at a hand-over: the sum, never 0 (not handed over) nor kUnsummed.
+uint64_t Kept(uint64_t sum) { return sum > kUnsummed ? sum : sum + 2; }
 
 }  // namespace
 
@@ -115,13 +119,16 @@ LmDelta ElementSpace::LmChanges() {
   for (int32_t n : numbers) {
     uint64_t was = size_t(n) < handed_.size() ? handed_[size_t(n)] : 0;
     bool live = size_t(n) < slots_.size() && slots_[size_t(n)].at;
-    uint64_t now = live ? Kept(LmSum(slots_[size_t(n)].at, slots_[size_t(n)].size)) : 0;
+    // A new element is saved whatever its bytes, so its sum waits until it is touched again.
+    uint64_t now = !live  ? 0
+                   : !was ? kUnsummed
+                          : Kept(LmSum(slots_[size_t(n)].at, slots_[size_t(n)].size));
     pending_.push_back({n, now});
     if (!live) {
       if (was) d.removed.push_back(n);
     } else if (!was) {
       d.added.push_back(n);
-    } else if (was != now) {
+    } else if (was != now) {  // always so for an element handed over unsummed
       d.changed.push_back(n);
     }
   }
@@ -140,6 +147,7 @@ void ElementSpace::AuditUntouched() const {
     size_t w = n >> 6;
     if (w < touchedBits_.size() && (touchedBits_[w] >> (n & 63) & 1)) continue;
     uint64_t was = n < handed_.size() ? handed_[n] : 0;
+    if (was == kUnsummed && n < auditSums_.size()) was = auditSums_[n];
     bool live = n < slots_.size() && slots_[n].at;
     uint64_t now = live ? Kept(LmSum(slots_[n].at, slots_[n].size)) : 0;
     if (was != now) {
@@ -148,13 +156,24 @@ void ElementSpace::AuditUntouched() const {
     }
   }
 }
+
+// The sums a load or a hand-over does not take, kept aside so that the audit sees every element.
+void ElementSpace::AuditSum(int32_t n, uint64_t sum) {
+  if (auditSums_.size() <= size_t(n)) auditSums_.resize(size_t(n) + 1, 0);
+  auditSums_[size_t(n)] = Kept(sum);
+}
 #endif
 
 void ElementSpace::LmHandedOver() {
   if (!pendingValid_) LmChanges();
   if (handed_.size() < slots_.size()) handed_.resize(slots_.size(), 0);
-  for (const auto& [n, sum] : pending_)
-    if (size_t(n) < handed_.size()) handed_[size_t(n)] = sum;
+  for (const auto& [n, sum] : pending_) {
+    if (size_t(n) >= handed_.size()) continue;
+    handed_[size_t(n)] = sum;
+#ifdef ZOVE_CHECKED
+    if (sum == kUnsummed) AuditSum(n, LmSumOf(n));
+#endif
+  }
   // Numbers above the table were handed over as removed: nothing to remember for them.
   while (handed_.size() > slots_.size()) handed_.pop_back();
   pending_.clear();
@@ -201,22 +220,89 @@ int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size) {
   ++live_;
   liveBytes_ += size;
   pendingValid_ = false;
-  try {
-    if (handed_.size() <= size_t(n)) handed_.resize(size_t(n) + 1, 0);
-    handed_[size_t(n)] = Kept(LmSum(bytes, size));
-  } catch (const std::bad_alloc&) {
-    // Without its sum the element will simply be handed over again as added.
-  }
+  // The bytes came from a file that vouches for them: summing each element here would cost a
+  // load as much again as the copy. Its sum is taken only if it is touched and compared.
+  Handed(n, kUnsummed);
+#ifdef ZOVE_CHECKED
+  AuditSum(n, LmSum(bytes, size));
+#endif
   return 0;
 }
 
 int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size, uint64_t sum) {
   int32_t r = LmLoad(n, bytes, size);
-  if (r == 0 && LmSum(bytes, size) != sum) {
+  if (r != 0) return r;
+  uint64_t actual = LmSum(bytes, size);
+  if (actual != sum) {
     loadFaults_.push_back("load of element " + std::to_string(n) + ": bytes differ from their sum");
     return kLmDamaged;
   }
-  return r;
+  Handed(n, Kept(actual));
+  return 0;
+}
+
+int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8_t* bytes,
+                                 int32_t* refused) {
+  // The common case in one pass: ascending numbers, none live, sizes in range. Anything else
+  // goes element by element, which records each fault as a single load would.
+  int32_t top = 0;
+  int64_t total = 0;
+  bool plain = count > 0;
+  for (int32_t i = 0; i < count && plain; ++i) {
+    const LmPart& p = parts[i];
+    plain = p.number > top && p.number <= kLmMaxNumber && p.size >= 0 && p.size <= kLmMaxSize &&
+            (size_t(p.number) >= slots_.size() || !slots_[size_t(p.number)].at);
+    top = p.number;
+    total += p.size;
+  }
+  try {
+    if (plain && Grow(top) == 0 && handed_.size() <= size_t(top))
+      handed_.resize(size_t(top) + 1, 0);
+  } catch (const std::bad_alloc&) {
+    plain = false;
+  }
+  if (!plain || slots_.size() <= size_t(top) || handed_.size() <= size_t(top)) {
+    for (int32_t i = 0; i < count; ++i) {
+      int32_t r = LmLoad(parts[i].number, bytes, parts[i].size);
+      if (r != 0) {
+        *refused = i;
+        return r;
+      }
+      bytes += parts[i].size;
+    }
+    return 0;
+  }
+  for (int32_t i = 0; i < count; ++i) {
+    const auto [n, size] = parts[i];
+    uint32_t large = 0;
+    uint8_t* at = Store(size, &large);
+    if (!at) {
+      loadFaults_.push_back("load of element " + std::to_string(n) + ": no room");
+      *refused = i;
+      return kLmNoMemory;
+    }
+    if (size > 0) std::memcpy(at, bytes, size_t(size));
+    slots_[size_t(n)] = Slot{at, size, large};
+    marks_[size_t(n)] = kUnmarked;
+    handed_[size_t(n)] = kUnsummed;
+#ifdef ZOVE_CHECKED
+    AuditSum(n, LmSum(bytes, size));
+#endif
+    ++live_;
+    liveBytes_ += size;
+    bytes += size;
+  }
+  pendingValid_ = false;
+  return 0;
+}
+
+void ElementSpace::Handed(int32_t n, uint64_t kept) {
+  try {
+    if (handed_.size() <= size_t(n)) handed_.resize(size_t(n) + 1, 0);
+    handed_[size_t(n)] = kept;
+  } catch (const std::bad_alloc&) {
+    // Without it the element will simply be handed over again as added.
+  }
 }
 
 int32_t ElementSpace::LmReserve(int32_t numbers, int64_t bytes) {

@@ -159,18 +159,22 @@ int32_t loadSegment(int64_t rowId, const uint8_t* body, size_t size, fundra::Ele
   const uint8_t* end = body + size - 8;
   int64_t first = rowId << kSegmentShift;
   int64_t previous = first - 1;
+  fundra::LmPart parts[1 << kSegmentShift];
+  size_t left = size_t(end - data);
   for (uint32_t i = 0; i < count; ++i, entry += 8) {
     int64_t n = get32(entry);
     uint32_t bytes = get32(entry + 4);
     if (n <= previous || n >= first + (1 << kSegmentShift) || n < 1)
       return damaged("element number out of order");
-    if (bytes > size_t(end - data)) return damaged("element runs past the segment");
-    if (space->LmLoad(int32_t(n), data, int32_t(bytes)) != 0)
-      return damaged("element " + std::to_string(n) + " refused by the space");
-    data += bytes;
+    if (bytes > left) return damaged("element runs past the segment");
+    parts[i] = fundra::LmPart{int32_t(n), int32_t(bytes)};
+    left -= bytes;
     previous = n;
   }
-  if (data != end) return damaged("stray bytes after the elements");
+  if (left != 0) return damaged("stray bytes after the elements");
+  int32_t refused = 0;
+  if (space->LmLoadMany(parts, int32_t(count), data, &refused) != 0)
+    return damaged("element " + std::to_string(parts[refused].number) + " refused by the space");
   *loaded = int32_t(count);
   return 0;
 }

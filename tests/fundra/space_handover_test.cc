@@ -115,8 +115,36 @@ TEST(ElementSpaceHandOverDeathTest, ACheckedBuildStopsOnAWriteNobodyTouched) {
   s.LmHandedOver();
   s.LmGet(a)[0] = 1;
   EXPECT_DEATH(s.LmChanges(), "changed and nobody touched it");
+  // Elements loaded or handed over without their sums are audited too.
+  ElementSpace r(1024, 0);
+  r.LmLoad(1, "abcdefgh", 8);
+  int32_t added = r.LmAddAssert(8);
+  r.LmHandedOver();
+  r.LmGet(added)[0] = 1;
+  EXPECT_DEATH(r.LmChanges(), "element 2 changed and nobody touched it");
+  r.LmTouch(added);
+  r.LmGet(1)[0] = 1;
+  EXPECT_DEATH(r.LmChanges(), "element 1 changed and nobody touched it");
 }
 #endif
+
+TEST(ElementSpaceHandOver, AnElementHandedOverWithoutItsSumCountsAsChangedAtItsNextTouchOnly) {
+  ElementSpace r(1024, 0);
+  r.LmLoad(1, "abcdefgh", 8);
+  r.LmLoad(2, "ijklmnop", 8, ElementSpace::LmSum("ijklmnop", 8));
+  int32_t added = r.LmAddAssert(8);
+  EXPECT_EQ(r.LmChanges().added, Ints{added});
+  r.LmHandedOver();
+  for (int32_t n : {1, 2, added}) r.LmTouch(n);
+  // Only the element loaded with its sum can be compared by content yet.
+  EXPECT_EQ(r.LmChanges().changed, (Ints{1, added}));
+  r.LmHandedOver();
+  for (int32_t n : {1, 2, added}) r.LmTouch(n);
+  EXPECT_TRUE(r.LmChanges().changed.empty());
+  r.LmGet(1)[7] = 'x';
+  r.LmTouch(1);
+  EXPECT_EQ(r.LmChanges().changed, Ints{1});
+}
 
 TEST(ElementSpaceHandOver, ASpaceRebuiltFromItsSavedPairsIsSoundEqualAndHasNothingToHandOver) {
   ElementSpace s(1024, 0);

@@ -7,7 +7,9 @@
 //   byte 0      bit 0: seal with what actually arrived (else with the words that follow)
 //   bytes 1..4  live count for the seal      bytes 5..12  space sum for the seal
 //   then records until the input ends:
-//     1 byte    bit 0: a sum follows; bit 1: the number is 4 bytes (else 2)
+//     1 byte    bit 0: a sum follows; bit 1: the number is 4 bytes (else 2); bit 2: the pair
+//               joins a run that goes to LmLoadMany when a pair without the bit (or the end)
+//               comes
 //     2 or 4    number (little-endian; 4-byte numbers between 65536 and the largest number
 //               are skipped so that one input cannot ask for a table of millions of slots)
 //     2         size (the bytes present if fewer remain)
@@ -16,6 +18,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "platform/fundra/space.h"
 
@@ -58,6 +61,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   in.Take(&sealSum);
 
   ElementSpace s(64, kLmScrub);
+  std::vector<LmPart> run;
+  std::vector<uint8_t> runBytes;
+  auto flush = [&] {
+    int32_t refused = -1;
+    int32_t r = s.LmLoadMany(run.data(), int32_t(run.size()), runBytes.data(), &refused);
+    Expect(r <= 0 && (r == 0 || (refused >= 0 && size_t(refused) < run.size())));
+    run.clear();
+    runBytes.clear();
+  };
   uint8_t flags;
   while (in.Take(&flags)) {
     int32_t n = 0;
@@ -74,11 +86,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!in.Take(&len)) break;
     if ((flags & 1) && !in.Take(&sum)) break;
     int32_t have = int32_t(std::min<size_t>(len, in.left));
-    int32_t r = (flags & 1) ? s.LmLoad(n, in.p, have, sum) : s.LmLoad(n, in.p, have);
-    Expect(r <= 0);
+    if (flags & 4) {
+      run.push_back(LmPart{n, have});
+      runBytes.insert(runBytes.end(), in.p, in.p + have);
+    } else {
+      if (!run.empty()) flush();
+      int32_t r = (flags & 1) ? s.LmLoad(n, in.p, have, sum) : s.LmLoad(n, in.p, have);
+      Expect(r <= 0);
+    }
     in.p += have;
     in.left -= size_t(have);
   }
+  if (!run.empty()) flush();
   if (mode & 1)
     Expect(s.LmLoadSeal(s.LmLiveCount(), s.LmSpaceSum()) == 0);
   else

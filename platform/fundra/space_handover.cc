@@ -246,14 +246,12 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
   // The common case in one pass: ascending numbers, none live, sizes in range. Anything else
   // goes element by element, which records each fault as a single load would.
   int32_t top = 0;
-  int64_t total = 0;
   bool plain = count > 0;
   for (int32_t i = 0; i < count && plain; ++i) {
     const LmPart& p = parts[i];
     plain = p.number > top && p.number <= kLmMaxNumber && p.size >= 0 && p.size <= kLmMaxSize &&
             (size_t(p.number) >= slots_.size() || !slots_[size_t(p.number)].at);
     top = p.number;
-    total += p.size;
   }
   try {
     if (plain && Grow(top) == 0 && handed_.size() <= size_t(top))
@@ -272,11 +270,13 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
     }
     return 0;
   }
+  pendingValid_ = false;
   for (int32_t i = 0; i < count; ++i) {
     const auto [n, size] = parts[i];
     uint32_t large = 0;
     uint8_t* at = Store(size, &large);
     if (!at) {
+      TrimTable();  // the table was grown for the whole run
       loadFaults_.push_back("load of element " + std::to_string(n) + ": no room");
       *refused = i;
       return kLmNoMemory;
@@ -292,7 +292,6 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
     liveBytes_ += size;
     bytes += size;
   }
-  pendingValid_ = false;
   return 0;
 }
 

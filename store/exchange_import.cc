@@ -5,9 +5,9 @@
 //      chain of any length is read without deep recursion), check every count, kind and index
 //      against the bytes that are there, and note each record's kind and, for a list, the item
 //      that names it. Records follow each other, so their places need no note.
-//   2. Build: make one element per record after the first, in stream order; if one cannot be
-//      made, remove those made and answer the code. Only then is the target rewritten, and the
-//      references are turned from indices into element numbers.
+//   2. Build: make the elements for every record after the first in one call, numbered in
+//      stream order; if they cannot be made, none is and the code is answered. Only then is the
+//      target rewritten; then each record is copied in with its indices turned into numbers.
 // The target stands for index 1, so an item that referred to the exported DL itself refers to
 // the target after the import.
 #include <climits>

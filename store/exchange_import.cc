@@ -5,9 +5,9 @@
 //      chain of any length is read without deep recursion), check every count, kind and index
 //      against the bytes that are there, and note each record's kind and, for a list, the item
 //      that names it. Records follow each other, so their places need no note.
-//   2. Build: make one element per record after the first, in stream order; if one cannot be
-//      made, remove those made and answer the code. Only then is the target rewritten, and the
-//      references are turned from indices into element numbers.
+//   2. Build: make the elements for every record after the first in one call, numbered in
+//      stream order; if they cannot be made, none is and the code is answered. Only then is the
+//      target rewritten; then each record is copied in with its indices turned into numbers.
 // The target stands for index 1, so an item that referred to the exported DL itself refers to
 // the target after the import.
 #include <climits>
@@ -34,97 +34,109 @@ class Parser {
  public:
   Parser(const uint8_t* bytes, int32_t size) : bytes_(bytes), end_(size) {}
 
-  // Answers 0 with kinds(), lists() and indices() filled, or kBadStream.
+  // Answers 0 with kinds(), sizes(), lists() and indices() filled, or kBadStream.
   int32_t run();
-  // Every record's kind, in stream order.
+  // Every record's kind and byte count, in stream order.
   const std::vector<RecKind>& kinds() const { return kinds_; }
+  const std::vector<int32_t>& sizes() const { return sizes_; }
   // The list records, in stream order.
   const std::vector<ListRec>& lists() const { return lists_; }
   // The DL and blob records, which take the indices 1 and up.
-  int32_t indices() const { return int32_t(isDL_.size()) - 1; }
+  int32_t indices() const { return indices_; }
 
  private:
-  // A DL record whose items are read. Records follow each other without padding: stream words
-  // are copied out, never cast.
+  // A DL record whose items are still to be read, saved while a record it refers to is read.
   struct Frame {
     const uint8_t* items;  // the record's first item
+    const uint8_t* list;   // the list record being read for the current item, or null
     int32_t rec;
-    int32_t count;        // its items
-    int32_t item;         // the item being read
-    int32_t key;          // the key of the item before it
-    const uint8_t* list;  // the list record being read for that item, or null
-    int32_t elems;        // that list's elements
-    int32_t elem;         // the next one to read
+    int32_t count;  // its items
+    int32_t item;   // the item being read
+    int32_t key;    // the key of the item before it
+    int32_t elems;  // the list's elements
+    int32_t elem;   // the next one to read
   };
 
-  const uint8_t* next(RecKind kind, int32_t* size);
-  bool nextDL();
-  bool resolve(int32_t index, bool* pushed);
-  bool step();
+  bool walk();
 
   const uint8_t* bytes_;
   int32_t end_;
   int32_t pos_ = fundra::kPersistBytes;
+  int32_t indices_ = 0;
   std::vector<RecKind> kinds_;
+  std::vector<int32_t> sizes_;
   std::vector<ListRec> lists_;
-  std::vector<uint8_t> isDL_{0};  // per index: 1 when it names a DL; index 0 is never used
+  std::vector<RecKind> indexKinds_;  // per index: DL or blob; index 0 is never used
   std::vector<Frame> stack_;
 };
 
-// Takes the next record: answers its bytes and sets *size, or null when its count reaches past
-// the end.
-const uint8_t* Parser::next(RecKind kind, int32_t* size) {
-  if (end_ - pos_ < 4) return nullptr;
-  uint32_t n;
-  std::memcpy(&n, bytes_ + pos_, 4);
-  if (n > uint32_t(end_ - pos_ - 4)) return nullptr;
-  const uint8_t* at = bytes_ + pos_ + 4;
-  pos_ += 4 + int32_t(n);
-  kinds_.push_back(kind);
-  if (kind != RecKind::kList) isDL_.push_back(kind == RecKind::kDL);
-  *size = int32_t(n);
-  return at;
-}
+// Reads the records in the exporter's order: a DL's items (and list elements) in order, a
+// reference to the record not read yet reading it as a DL first. The current DL's state and the
+// output cursors are locals, so they stay in registers; only outer DLs go to the stack.
+bool Parser::walk() {
+  size_t cap = kinds_.size(), records = 0;
+  RecKind* kinds = kinds_.data();
+  int32_t* sizes = sizes_.data();
+  RecKind* indexKinds = indexKinds_.data();
+  uint32_t known = 1;  // the next index
+  int32_t pos = pos_;
+  const uint8_t* bytes = bytes_;
 
-// Takes the next record as a DL record, checks its header is one this store could have written
-// and pushes its frame: its items are checked and read next.
-bool Parser::nextDL() {
-  int32_t size;
-  const uint8_t* at = next(RecKind::kDL, &size);
-  if (!at || size < kHeadBytes) return false;
-  DLHead h;
-  std::memcpy(&h, at, sizeof h);
-  if (!isPrintableCode(h.uType) || (h.flags & ~(kSharedFlag | kInvisibleFlag | kKeptFlag)) ||
-      h.reserved != 0 || h.owner != 0 || h.dataSize < 0 || h.dataSize % 4 != 0 || h.count < 0 ||
-      int64_t(kHeadBytes) + h.dataSize + int64_t(kItemBytes) * h.count > size)
-    return false;
-  // A printable key is above INT32_MIN, so the first key passes the order test.
-  stack_.push_back(Frame{at + kHeadBytes + h.dataSize, int32_t(kinds_.size()) - 1, h.count, 0,
-                         INT32_MIN, nullptr, 0, 0});
-  return true;
-}
+  // Takes the next record: answers its bytes and sets size, or null when its count reaches past
+  // the end. Stream words are copied out, never cast: records follow each other unpadded.
+  auto take = [&](RecKind kind, int32_t * size) __attribute__((always_inline))->const uint8_t* {
+    if (end_ - pos < 4) return nullptr;
+    uint32_t n;
+    std::memcpy(&n, bytes + pos, 4);
+    if (n > uint32_t(end_ - pos - 4)) return nullptr;
+    const uint8_t* at = bytes + pos + 4;
+    pos += 4 + int32_t(n);
+    if (records == cap) {
+      cap *= 2;
+      kinds_.resize(cap);
+      sizes_.resize(cap);
+      indexKinds_.resize(cap + 1);
+      kinds = kinds_.data();
+      sizes = sizes_.data();
+      indexKinds = indexKinds_.data();
+    }
+    kinds[records] = kind;
+    sizes[records++] = int32_t(n);
+    if (kind != RecKind::kList) indexKinds[known++] = kind;
+    *size = int32_t(n);
+    return at;
+  };
 
-// A reference to a DL by index: one read already, or the next record. *pushed tells whether the
-// next record was taken (its frame is pushed).
-bool Parser::resolve(int32_t index, bool* pushed) {
-  *pushed = false;
-  int32_t known = int32_t(isDL_.size());
-  if (index < 1 || index > known) return false;
-  if (index < known) return isDL_[size_t(index)];
-  if (!nextDL()) return false;
-  *pushed = true;
-  return true;
-}
+  Frame f;
+  // Takes the next record as a DL record, checks its header is one this store could have
+  // written and makes it the current DL.
+  auto openDL = [&]() __attribute__((always_inline))->bool {
+    int32_t size;
+    const uint8_t* at = take(RecKind::kDL, &size);
+    if (!at || size < kHeadBytes) return false;
+    DLHead h;
+    std::memcpy(&h, at, sizeof h);
+    if (!isPrintableCode(h.uType) || (h.flags & ~(kSharedFlag | kInvisibleFlag | kKeptFlag)) ||
+        h.reserved != 0 || h.owner != 0 || h.dataSize < 0 || h.dataSize % 4 != 0 || h.count < 0 ||
+        int64_t(kHeadBytes) + h.dataSize + int64_t(kItemBytes) * h.count > size)
+      return false;
+    // A printable key is above INT32_MIN, so the first key passes the order test.
+    f = Frame{
+        at + kHeadBytes + h.dataSize, nullptr, int32_t(records) - 1, h.count, 0, INT32_MIN, 0, 0};
+    return true;
+  };
+  // A reference to a DL by index: one read already, or the next record.
+  auto refer = [&](int32_t index) __attribute__((always_inline))->bool {
+    if (uint32_t(index) - 1 < known - 1) return indexKinds[index] == RecKind::kDL;
+    if (uint32_t(index) != known) return false;
+    stack_.push_back(f);
+    return openDL();
+  };
 
-// Reads the innermost DL record's items (and list elements) until a reference takes the next
-// record as a DL whose items are read first, or the record is done. A push may move the stack,
-// so f is not touched once pushed.
-bool Parser::step() {
-  Frame& f = stack_.back();
-  bool pushed = false;
-  while (!pushed) {
+  bool ok = openDL();
+  while (ok) {
     if (f.list) {
-      if (f.elem >= f.elems) {
+      if (f.elem == f.elems) {
         f.list = nullptr;
         ++f.item;
         continue;
@@ -132,91 +144,90 @@ bool Parser::step() {
       int32_t e;
       std::memcpy(&e, f.list + 4 * f.elem, 4);
       ++f.elem;
-      if (!resolve(e, &pushed)) return false;
+      ok = refer(e);
       continue;
     }
-    if (f.item >= f.count) {
+    if (f.item == f.count) {
+      if (stack_.empty()) break;
+      f = stack_.back();
       stack_.pop_back();
-      return true;
+      continue;
     }
     Item it;
     std::memcpy(&it, f.items + kItemBytes * f.item, sizeof it);
     if (!isPrintableCode(it.key) || f.key >= int32_t(it.key)) return false;
     f.key = int32_t(it.key);
     uint32_t type = it.kind & ~0xFFu;
-    int32_t size;
+    int32_t size = 0;
     if (it.ref <= 0) {
-      if ((uint32_t(it.ref) & ~0xFFu) != kImmediate) return false;
+      ok = (uint32_t(it.ref) & ~0xFFu) == kImmediate;
       ++f.item;
-    } else if (!isKnownRefType(type)) {
-      return false;
     } else if (type == kBlob) {
-      if (it.ref != int32_t(isDL_.size()) || !next(RecKind::kBlob, &size)) return false;
+      ok = uint32_t(it.ref) == known && take(RecKind::kBlob, &size);
       ++f.item;
     } else if (isListType(type)) {
-      f.list = next(RecKind::kList, &size);
-      if (!f.list || size % 4 != 0) return false;
+      f.list = take(RecKind::kList, &size);
+      ok = f.list && size % 4 == 0;
       lists_.push_back(ListRec{f.rec, f.item});
       f.elems = size / 4;
       f.elem = 0;
     } else {
       ++f.item;
-      if (!resolve(it.ref, &pushed)) return false;
+      ok = isKnownRefType(type) && refer(it.ref);
     }
   }
-  return true;
+  kinds_.resize(records);
+  sizes_.resize(records);
+  indices_ = int32_t(known) - 1;
+  pos_ = pos;
+  return ok;
 }
 
 int32_t Parser::run() {
   // A guess at the record count that spares most regrowth: a part DL, its blob and their counts
   // take about 36 bytes each.
-  kinds_.reserve(size_t(end_ / 32));
-  isDL_.reserve(size_t(end_ / 32));
-  if (!nextDL()) return kBadStream;
-  while (!stack_.empty())
-    if (!step()) return kBadStream;
+  size_t guess = size_t(end_ / 32) + 1;
+  kinds_.resize(guess);
+  sizes_.resize(guess);
+  indexKinds_.resize(guess + 1);
+  if (!walk()) return kBadStream;
   return pos_ == end_ ? 0 : kBadStream;
 }
 
 // Turns the parsed records into elements; see the pass description at the top.
 int32_t build(fundra::ElementSpace* space, int32_t target, const uint8_t* bytes, const Parser& p) {
   const std::vector<RecKind>& kinds = p.kinds();
-  std::vector<int32_t> number(kinds.size());
+  const std::vector<int32_t>& sizes = p.sizes();
+  size_t records = kinds.size();
+  std::vector<int32_t> number(records);
   // Adding never moves an element, so each new element's address holds until the rewrite.
-  std::vector<uint8_t*> at(kinds.size());
-  std::vector<int32_t> dlNumber;  // index -> element number
-  dlNumber.reserve(size_t(p.indices()) + 1);
-  dlNumber.push_back(0);
-  dlNumber.push_back(target);
+  std::vector<uint8_t*> at(records);
   number[0] = target;
-  int32_t topSize;
-  std::memcpy(&topSize, bytes + fundra::kPersistBytes, 4);
-  const uint8_t* top = bytes + fundra::kPersistBytes + 4;
-  const uint8_t* rec = top + topSize;
-  for (size_t i = 1; i < kinds.size(); ++i) {
-    int32_t size;
-    std::memcpy(&size, rec, 4);
-    int32_t n = space->LmAddAssert(size, rec + 4);
-    if (n < 1) {
-      for (size_t j = 1; j < i; ++j) space->LmRemove(number[j]);
-      return n < 0 ? n : fundra::kLmNoMemory;
-    }
-    number[i] = n;
-    at[i] = space->LmGet(n);
-    if (kinds[i] != RecKind::kList) dlNumber.push_back(n);
-    rec += 4 + size;
-  }
+  if (int32_t r = space->LmAddMany(int32_t(records - 1), sizes.data() + 1, number.data() + 1,
+                                   at.data() + 1);
+      r != 0)
+    return r;
   uint16_t targetKept = reinterpret_cast<DLHead*>(space->LmGet(target))->flags & kKeptFlag;
-  if (int32_t r = space->LmSetAssert(target, topSize); r != 0) {
-    for (size_t j = 1; j < kinds.size(); ++j) space->LmRemove(number[j]);
+  if (int32_t r = space->LmSetAssert(target, sizes[0]); r != 0) {
+    for (size_t j = 1; j < records; ++j) space->LmRemove(number[j]);
     return r;
   }
   at[0] = space->LmGet(target);
-  std::memcpy(at[0], top, size_t(topSize));
+  std::vector<int32_t> dlNumber;  // index -> element number
+  dlNumber.reserve(size_t(p.indices()) + 1);
+  dlNumber.push_back(0);
+  for (size_t i = 0; i < records; ++i)
+    if (kinds[i] != RecKind::kList) dlNumber.push_back(number[i]);
 
-  // A blob item's ref is its record's index, like a handle's; a list item's is set by its list.
+  // Each record is copied and its references turned into numbers while its bytes are at hand.
+  // A blob item's ref is its record's index, like a handle's; a list item's is set by its list,
+  // which comes after the DL.
+  const uint8_t* rec = bytes + fundra::kPersistBytes;
   auto list = p.lists().begin();
-  for (size_t i = 0; i < kinds.size(); ++i) {
+  for (size_t i = 0; i < records; ++i) {
+    rec += 4;
+    std::memcpy(at[i], rec, size_t(sizes[i]));
+    rec += sizes[i];
     if (kinds[i] == RecKind::kDL) {
       auto* head = reinterpret_cast<DLHead*>(at[i]);
       head->flags = uint16_t((head->flags & ~kKeptFlag) | (i == 0 ? targetKept : 0));
@@ -229,8 +240,7 @@ int32_t build(fundra::ElementSpace* space, int32_t target, const uint8_t* bytes,
       auto* head = reinterpret_cast<DLHead*>(parent);
       reinterpret_cast<Item*>(parent + kHeadBytes + head->dataSize)[list->item].ref = number[i];
       auto* elems = reinterpret_cast<int32_t*>(at[i]);
-      int32_t count = space->LmSize(number[i]) / 4;
-      for (int32_t k = 0; k < count; ++k) elems[k] = dlNumber[size_t(elems[k])];
+      for (int32_t k = 0; k < sizes[i] / 4; ++k) elems[k] = dlNumber[size_t(elems[k])];
       ++list;
     }
   }

@@ -53,32 +53,39 @@ int32_t ElementSpace::Grow(int32_t n) {
   return 0;
 }
 
-// The lowest free number: a scan from the lowest word that may hold one, which moves up as
-// numbers are taken, so filling a space takes each number in constant time.
-int32_t ElementSpace::TakeNumber() {
+// Takes count numbers, each the lowest free one at its turn; answers how many it took, fewer
+// only when the table cannot grow. The scan starts at the lowest word that may hold a free
+// number, which moves up as numbers are taken, so filling a space takes each in constant time.
+int32_t ElementSpace::TakeNumbers(int32_t count, int32_t* numbers) {
+  int32_t taken = 0;
   for (; freeLow_ < freeBits_.size(); ++freeLow_) {
     uint64_t& word = freeBits_[freeLow_];
-    while (word) {
+    while (word && taken < count) {
       size_t n = freeLow_ * 64 + size_t(std::countr_zero(word));
       word &= word - 1;
-      if (!slots_[n].at) return int32_t(n);
+      if (!slots_[n].at) numbers[taken++] = int32_t(n);
     }
+    if (taken == count) return taken;
   }
-  // No free number: the next one past the top, the common case when a space is being filled.
-  size_t n = slots_.size();
-  if (n > size_t(kLmMaxNumber)) return kLmNoMemory;
+  // The rest lie past the top, the common case when a space is being filled.
+  size_t first = slots_.size();
+  size_t end = std::min(first + size_t(count - taken), size_t(kLmMaxNumber) + 1);
   try {
-    if (n / 64 >= freeBits_.size()) freeBits_.resize(n / 64 + 1, 0);
-    if (n == slots_.capacity())
-      slots_.reserve(std::min(std::max(n + size_t(tableStep_), 2 * n), size_t(kLmMaxNumber) + 1));
-    if (n == marks_.capacity()) marks_.reserve(slots_.capacity());
-    slots_.push_back(Slot{nullptr, 0, 0});
-    marks_.push_back(0);
+    if ((end - 1) / 64 >= freeBits_.size()) freeBits_.resize((end - 1) / 64 + 1, 0);
+    if (end > slots_.capacity()) {
+      size_t want = std::max(first + size_t(tableStep_), 2 * slots_.capacity());
+      slots_.reserve(std::min(std::max(want, end), size_t(kLmMaxNumber) + 1));
+    }
+    if (end > marks_.capacity()) marks_.reserve(slots_.capacity());
+    slots_.resize(end, Slot{nullptr, 0, 0});
+    marks_.resize(end, 0);
   } catch (const std::bad_alloc&) {
-    slots_.resize(n);
-    return kLmNoMemory;
+    slots_.resize(first);
+    marks_.resize(first);
+    return taken;
   }
-  return int32_t(n);
+  for (size_t n = first; n < end; ++n) numbers[taken++] = int32_t(n);
+  return taken;
 }
 
 // Drops free slots at the top so that the last slot is live, and their free bits with them.
@@ -179,10 +186,10 @@ int32_t ElementSpace::LmAddAssert(int32_t size, const void* source) {
     std::memcpy(at, source, size_t(size));
   else
     std::memset(at, 0, size_t(size));
-  int32_t n = TakeNumber();
-  if (n < 0) {
+  int32_t n;
+  if (TakeNumbers(1, &n) == 0) {
     Release(at, size, large);
-    return n;
+    return kLmNoMemory;
   }
   slots_[size_t(n)] = Slot{at, size, large};
   marks_[size_t(n)] = kUnmarked;
@@ -190,6 +197,56 @@ int32_t ElementSpace::LmAddAssert(int32_t size, const void* source) {
   liveBytes_ += size;
   LmTouch(n);
   return n;
+}
+
+int32_t ElementSpace::LmAddMany(int32_t count, const int32_t* sizes, int32_t* numbers,
+                                uint8_t** at) {
+  for (int32_t i = 0; i < count; ++i)
+    if (sizes[i] < 0 || sizes[i] > kLmMaxSize) return kLmBadSize;
+  // Numbers touch only the table and blocks only the heap, so taking every number first places
+  // each element where a run of single adds would.
+  int32_t taken = TakeNumbers(count, numbers), stored = 0;
+  int32_t r = taken < count ? kLmNoMemory : 0;
+  for (; r == 0 && stored < count; ++stored) {
+    int32_t size = sizes[stored];
+    uint32_t large = 0;
+    uint8_t* p = nullptr;
+    if (size > 0 && size <= kLmSmallMax) {
+      FreeBlock*& head = freeBlocks_[(size_t(size) + 7) / 8];
+      p = reinterpret_cast<uint8_t*>(head);
+      if (head) head = head->next;
+    }
+    if (!p && !(p = Store(size, &large))) {
+      r = kLmNoMemory;
+      break;
+    }
+    slots_[size_t(numbers[stored])] = Slot{p, size, large};
+    at[stored] = p;
+  }
+  if (r != 0) {
+    // Blocks go back last first, so each free list is as it was.
+    while (stored > 0) {
+      Slot& s = slots_[size_t(numbers[--stored])];
+      Release(s.at, s.size, s.flags & kLargeBit);
+      s = Slot{nullptr, 0, 0};
+    }
+    for (int32_t i = 0; i < taken; ++i) {
+      freeBits_[size_t(numbers[i]) / 64] |= uint64_t(1) << (numbers[i] % 64);
+      freeLow_ = std::min(freeLow_, size_t(numbers[i]) / 64);
+    }
+    TrimTable();
+    return r;
+  }
+  for (int32_t i = 0; i < count; ++i) {
+    marks_[size_t(numbers[i])] = kUnmarked;
+    liveBytes_ += sizes[i];
+    LmTouch(numbers[i]);
+#ifdef ZOVE_CHECKED
+    std::memset(at[i], 0xDB, size_t(sizes[i]));
+#endif
+  }
+  live_ += count;
+  return 0;
 }
 
 int32_t ElementSpace::LmDupeAssert(int32_t n) {

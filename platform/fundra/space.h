@@ -100,6 +100,12 @@ class ElementSpace {
   // A new element of size bytes, copied from source (which may lie inside this space) or 0-filled
   // when source is null. Answers its number or a code.
   int32_t LmAddAssert(int32_t size, const void* source = nullptr);
+  // count new elements of sizes[i] bytes, numbered and placed as count LmAddAssert calls in a
+  // row would place them. Answers 0 with numbers[i] and at[i] set, or a code with no element
+  // made. Their bytes are unspecified (checked builds fill them with 0xDB): the caller writes
+  // every byte before its next call on the space. For a caller that copies bytes in: one call
+  // instead of count, and the addresses come before any copy.
+  int32_t LmAddMany(int32_t count, const int32_t* sizes, int32_t* numbers, uint8_t** at);
   // A new element holding a copy of element n's bytes. Answers its number or a code.
   int32_t LmDupeAssert(int32_t n);
   // Frees element n; its number becomes free. Answers 0 or a code.
@@ -223,7 +229,7 @@ class ElementSpace {
   static uint8_t emptyBlock_[16];  // the address of every element of 0 bytes
 
   int32_t Reach(int32_t n) const;  // 0, kLmBadNumber or kLmNotLive
-  int32_t TakeNumber();
+  int32_t TakeNumbers(int32_t count, int32_t* numbers);
   int32_t Grow(int32_t n);
   uint8_t* StoreSmall(int32_t size);
   int32_t ReserveChunk(int64_t bytes);
@@ -239,7 +245,7 @@ class ElementSpace {
 
   std::vector<Slot, HugeAllocator<Slot>> slots_;
   // Bit n set: number n may be free. A number made live by LmSetAssert or LmLoad keeps its bit
-  // until TakeNumber reaches it and finds it taken; no bit above LmCount is set.
+  // until TakeNumbers reaches it and finds it taken; no bit above LmCount is set.
   std::vector<uint64_t> freeBits_;
   size_t freeLow_ = 0;  // no word below this one holds a set bit
   // Marks apart from the slots: a walk tests far more marks than it reads elements, and a byte

@@ -104,6 +104,41 @@ TEST(ElementSpace, ResizeKeepsBytesAndZeroFillsGrowthAcrossEveryKindOfBlock) {
   EXPECT_EQ(s.LmLiveBytes(), 120);
 }
 
+TEST(ElementSpace, AddManyNumbersAndPlacesElementsAsARunOfSingleAddsWould) {
+  ElementSpace s(16, 0);
+  // Free numbers and free blocks of several sizes, some numbers made live while free.
+  for (int32_t i = 0; i < 300; ++i) s.LmAddAssert(i % 7 * 12 + (i % 11 == 0 ? 700 : 0));
+  for (int32_t n = 3; n <= 300; n += 3) ASSERT_EQ(s.LmRemove(n), 0);
+  ASSERT_EQ(s.LmSetAssert(9, 8), 0);
+  ASSERT_EQ(s.LmRemove(299), 0);
+  std::vector<int32_t> sizes;
+  for (int32_t i = 0; i < 150; ++i) sizes.push_back(i % 5 == 0 ? 0 : i % 9 == 0 ? 600 : i % 13 * 8);
+  std::vector<int32_t> numbers(sizes.size());
+  std::vector<uint8_t*> at(sizes.size());
+  ASSERT_EQ(s.LmAddMany(int32_t(sizes.size()), sizes.data(), numbers.data(), at.data()), 0);
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    EXPECT_EQ(s.LmGet(numbers[i]), at[i]);
+    EXPECT_EQ(s.LmSize(numbers[i]), sizes[i]);
+    std::memset(at[i], int(i), size_t(sizes[i]));
+  }
+  EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+  // Removing them last first gives every block and number back in the order it was taken, so
+  // single adds must take the same ones.
+  for (size_t i = sizes.size(); i-- > 0;) ASSERT_EQ(s.LmRemove(numbers[i]), 0);
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    ASSERT_EQ(s.LmAddAssert(sizes[i]), numbers[i]) << "element " << i;
+    if (sizes[i] > 0 && sizes[i] <= kLmSmallMax) {
+      EXPECT_EQ(s.LmGet(numbers[i]), at[i]);
+    }
+  }
+  // A bad size anywhere refuses the whole batch.
+  int32_t count = s.LmLiveCount();
+  sizes = {8, -1};
+  EXPECT_EQ(s.LmAddMany(2, sizes.data(), numbers.data(), at.data()), kLmBadSize);
+  EXPECT_EQ(s.LmLiveCount(), count);
+  EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+}
+
 TEST(ElementSpace, SwapExchangesContentsWhileNumbersAndMarksStay) {
   ElementSpace s(1024, 0);
   int32_t a = s.LmAddAssert(4), b = s.LmAddAssert(900);

@@ -55,7 +55,7 @@ int RunModel(uint32_t seed, int steps, std::string* why, std::vector<std::string
   Model m;
   auto pick = [&]() -> int32_t { return int32_t(rng() % uint32_t(m.Count() + 3)); };
   for (int step = 0; step < steps; ++step) {
-    int op = int(rng() % 11);
+    int op = int(rng() % 12);
     int32_t n = pick(), size = RandomSize(rng);
     std::string what;
     bool live = m.elements.count(n) > 0;
@@ -129,6 +129,22 @@ int RunModel(uint32_t seed, int steps, std::string* why, std::vector<std::string
         int32_t got = s.LmDupeAssert(n);
         if (live ? got != want : got >= 0) return *why = what, step;
         if (live) m.elements[want] = m.elements[n];
+        break;
+      }
+      case 11: {
+        std::vector<int32_t> sizes(rng() % 6), numbers(sizes.size());
+        std::vector<uint8_t*> at(sizes.size());
+        for (int32_t& z : sizes) z = RandomSize(rng);
+        what = "add " + std::to_string(sizes.size()) + " at once";
+        if (s.LmAddMany(int32_t(sizes.size()), sizes.data(), numbers.data(), at.data()) != 0)
+          return *why = what, step;
+        for (size_t i = 0; i < sizes.size(); ++i) {
+          int32_t want = m.NextNumber();
+          if (numbers[i] != want) return *why = what + " got another number", step;
+          std::vector<uint8_t>& e = m.elements[want];
+          e.assign(size_t(sizes[i]), uint8_t(want));
+          if (!e.empty()) std::memcpy(at[i], e.data(), e.size());
+        }
         break;
       }
     }

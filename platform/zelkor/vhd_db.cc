@@ -336,21 +336,26 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
     rc = sqlite3_prepare_v2(db_, "SELECT id, body FROM seg", -1, &st, nullptr);
     int32_t segments = 0, elements = 0;
     uint64_t digest = 0;
+    SegmentParts seg;
     while (rc == SQLITE_OK || rc == SQLITE_ROW) {
       rc = sqlite3_step(st);
       if (rc != SQLITE_ROW) break;
       int64_t id = sqlite3_column_int64(st, 0);
       const auto* body = static_cast<const uint8_t*>(sqlite3_column_blob(st, 1));
       size_t size = size_t(sqlite3_column_bytes(st, 1));
-      uint64_t check = 0;
-      int32_t count = 0;
-      r = loadSegment(id, body, body ? size : 0, space, &check, &count, &why);
-      if (r) break;
+      if ((r = checkSegment(id, body, body ? size : 0, &seg, &why)) != 0) break;
+      int32_t refused = 0;
+      if (space->LmLoadMany(seg.parts, seg.count, seg.bytes, &refused) != 0) {
+        why = "segment " + std::to_string(id) + ": element " +
+              std::to_string(seg.parts[refused].number) + " refused by the space";
+        r = kVhdDamaged;
+        break;
+      }
       if (size_t(id) >= segChecks->size()) segChecks->resize(size_t(id) + 1, 0);
-      (*segChecks)[size_t(id)] = check;
+      (*segChecks)[size_t(id)] = seg.check;
       ++segments;
-      elements += count;
-      digest += segmentDigest(id, check);
+      elements += seg.count;
+      digest += segmentDigest(id, seg.check);
     }
     sqlite3_finalize(st);
     if (!r && rc != SQLITE_DONE) r = fail(rc, "vhdLoad");

@@ -141,41 +141,37 @@ uint64_t encodeSegment(const fundra::ElementSpace& space, int32_t s, std::vector
   return check;
 }
 
-int32_t loadSegment(int64_t rowId, const uint8_t* body, size_t size, fundra::ElementSpace* space,
-                    uint64_t* check, int32_t* loaded, std::string* why) {
+int32_t checkSegment(int64_t rowId, const uint8_t* body, size_t size, SegmentParts* out,
+                     std::string* why) {
   auto damaged = [&](const std::string& what) {
     *why = "segment " + std::to_string(rowId) + ": " + what;
     return kVhdDamaged;
   };
   if (size < 16 || size > size_t(INT32_MAX)) return damaged("bad size");
-  *check = get64(body + size - 8);
-  if (*check != checksum(body, size - 8)) return damaged("checksum differs");
+  out->check = get64(body + size - 8);
+  if (out->check != checksum(body, size - 8)) return damaged("checksum differs");
   uint32_t count = get32(body + 4);
   if (int64_t(get32(body)) != rowId) return damaged("names another segment");
   if (count == 0 || count > (1u << kSegmentShift) || 8 + 8 * size_t(count) + 8 > size)
     return damaged("bad element count");
   const uint8_t* entry = body + 8;
-  const uint8_t* data = entry + 8 * size_t(count);
-  const uint8_t* end = body + size - 8;
+  out->bytes = entry + 8 * size_t(count);
+  out->byteCount = size_t(body + size - 8 - out->bytes);
   int64_t first = rowId << kSegmentShift;
   int64_t previous = first - 1;
-  fundra::LmPart parts[1 << kSegmentShift];
-  size_t left = size_t(end - data);
+  size_t left = out->byteCount;
   for (uint32_t i = 0; i < count; ++i, entry += 8) {
     int64_t n = get32(entry);
     uint32_t bytes = get32(entry + 4);
     if (n <= previous || n >= first + (1 << kSegmentShift) || n < 1)
       return damaged("element number out of order");
     if (bytes > left) return damaged("element runs past the segment");
-    parts[i] = fundra::LmPart{int32_t(n), int32_t(bytes)};
+    out->parts[i] = fundra::LmPart{int32_t(n), int32_t(bytes)};
     left -= bytes;
     previous = n;
   }
   if (left != 0) return damaged("stray bytes after the elements");
-  int32_t refused = 0;
-  if (space->LmLoadMany(parts, int32_t(count), data, &refused) != 0)
-    return damaged("element " + std::to_string(parts[refused].number) + " refused by the space");
-  *loaded = int32_t(count);
+  out->count = int32_t(count);
   return 0;
 }
 

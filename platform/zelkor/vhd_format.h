@@ -74,10 +74,19 @@ inline int32_t segmentOf(int32_t number) { return number >> kSegmentShift; }
 // Writes segment s of the space into out (cleared first) and answers its check; leaves out empty
 // and answers 0 when the segment holds no live element.
 uint64_t encodeSegment(const fundra::ElementSpace& space, int32_t s, std::vector<uint8_t>* out);
-// Loads every element of a segment body into the space (LmLoad) and sets *check and *count.
+// A segment body taken apart: its check, its elements (numbers ascending) and their bytes, which
+// lie back to back from `bytes` (inside the body).
+struct SegmentParts {
+  uint64_t check = 0;
+  int32_t count = 0;
+  fundra::LmPart parts[1 << kSegmentShift];
+  const uint8_t* bytes = nullptr;
+  size_t byteCount = 0;
+};
+// Checks a segment body (its check, its id, its entries against its bytes) and takes it apart.
 // Answers 0, or kVhdDamaged with the reason in *why.
-int32_t loadSegment(int64_t rowId, const uint8_t* body, size_t size, fundra::ElementSpace* space,
-                    uint64_t* check, int32_t* count, std::string* why);
+int32_t checkSegment(int64_t rowId, const uint8_t* body, size_t size, SegmentParts* out,
+                     std::string* why);
 
 // What one seg row and one rec row add to the head's digests.
 uint64_t segmentDigest(int64_t id, uint64_t check);

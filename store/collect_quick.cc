@@ -11,6 +11,8 @@ namespace {
 // How far ahead of the DL being scanned the queue's slots and bytes are fetched.
 constexpr size_t kSlotsAhead = 32;
 constexpr size_t kBytesAhead = 12;
+// How far up the queue's tree an edge may lead and still be known as an edge back.
+constexpr int32_t kAncestorSteps = 4;
 
 bool quickMarkOn = true;
 
@@ -19,18 +21,31 @@ bool quickMarkOn = true;
 void zoveSetQuickMark(bool on) { quickMarkOn = on; }
 bool zoveQuickMarkOn() { return quickMarkOn; }
 
-// A DL reached through an edge or as a root. False when the walk would fail on it.
-inline bool QuickMark::queueDL(fundra::ElementSpace* s, int32_t n) {
+// An edge from DL `from` to a DL already queued: the queue's tree stays the walk's tree only if
+// the edge leads back to an ancestor (a few levels up at most).
+inline void QuickMark::edgeBack(int32_t from, int32_t n) {
+  for (int32_t up = from, i = 0; tree_ && i < kAncestorSteps && up; ++i, up = parent_[size_t(up)])
+    if (up == n) return;
+  tree_ = false;
+}
+
+// A DL reached through an edge from `from`, or as a root (from 0). False when the walk would
+// fail on it.
+inline bool QuickMark::queueDL(fundra::ElementSpace* s, int32_t n, int32_t from) {
   if (!inRange(n)) return false;
-  if (dls_.has(size_t(n))) return true;
+  if (dls_.has(size_t(n))) {
+    if (tree_) edgeBack(from, n);
+    return true;
+  }
   if (owned_.has(size_t(n)) || s->LmMark(n) <= 0) return false;
   dls_.set(size_t(n));
+  parent_[size_t(n)] = from;
   queue_.push_back(n);
   return true;
 }
 
 // A list entry: followed when it names a live element, skipped (and left to pruning) when not.
-inline bool QuickMark::queueEntry(fundra::ElementSpace* s, int32_t n) {
+inline bool QuickMark::queueEntry(fundra::ElementSpace* s, int32_t n, int32_t from) {
   if (!inRange(n)) {
     deadEntry_ = true;
     return true;
@@ -44,7 +59,10 @@ inline bool QuickMark::queueEntry(fundra::ElementSpace* s, int32_t n) {
     }
     if (r == 0) return false;
     dls_.set(size_t(n));
+    parent_[size_t(n)] = from;
     queue_.push_back(n);
+  } else if (tree_) {
+    edgeBack(from, n);
   }
   edges_.push_back(n);
   return true;
@@ -82,7 +100,7 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
     uint32_t type = it.kind & ~0xFFu;
     if (type == kHandle || type == kPartLink) {
       edges_.push_back(it.ref);
-      if (!queueDL(s, it.ref)) return false;
+      if (!queueDL(s, it.ref, dl)) return false;
     } else if (type == kBlob) {
       if (!own(s, it.ref)) return false;
     } else if (type == kList || type == kWeakList) {
@@ -93,7 +111,7 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
         const int32_t e = elems[j];
         if (type == kWeakList) {
           weak_.push_back(e);
-        } else if (!queueEntry(s, e)) {
+        } else if (!queueEntry(s, e, dl)) {
           return false;
         }
       }
@@ -143,16 +161,31 @@ bool QuickMark::run(ZoveData* d) {
     owned_.reset(size_t(last_) + 1);
     replayed_.reset(size_t(last_) + 1);
     first_.resize(size_t(last_) + 1);
+    parent_.resize(size_t(last_) + 1);
     queue_.reserve(size_t(s->LmLiveCount()));
     edges_.reserve(size_t(s->LmLiveCount()) * 4);
-    if (!queueDL(s, kRootDL)) return false;
+    if (!queueDL(s, kRootDL, 0)) return false;
+    // Walks from several roots share their marks: the queue's tree says nothing about them.
+    tree_ = d->keep.Count() == 0;
     for (int32_t i = 0; i < d->keep.Count(); ++i)
-      if (!queueDL(s, d->keep.Get(i))) return false;
-    for (size_t h = 0; h < queue_.size(); ++h) {
+      if (!queueDL(s, d->keep.Get(i), 0)) return false;
+    // The queue holds DL 1's level, then each next level: `level` is the level of DL h.
+    int32_t level = 0, deepest = 0;
+    for (size_t h = 0, levelEnd = queue_.size(); h < queue_.size(); ++h) {
+      if (h == levelEnd) {
+        ++level;
+        levelEnd = queue_.size();
+      }
       if (h + kSlotsAhead < queue_.size()) s->LmPrefetch(queue_[h + kSlotsAhead], false);
       if (h + kBytesAhead < queue_.size()) s->LmPrefetch(queue_[h + kBytesAhead], true);
+      size_t edgesBefore = edges_.size();
       if (!scan(d, queue_[h])) return false;
+      if (edges_.size() > edgesBefore + 1) deepest = level;
     }
+    // Every edge that is not the queue's tree edge leads back to an ancestor: the walk from DL 1
+    // follows the same tree, each DL at its level, so only a DL with an edge at the last level
+    // can fail it.
+    if (tree_ && deepest < kMaxDepth) return true;
   } catch (const std::bad_alloc&) {
     return false;
   }

@@ -50,8 +50,9 @@ class QuickMark {
   };
 
   bool inRange(int32_t n) const { return n > 0 && n <= last_; }
-  bool queueDL(fundra::ElementSpace* s, int32_t n);
-  bool queueEntry(fundra::ElementSpace* s, int32_t n);
+  void edgeBack(int32_t from, int32_t n);
+  bool queueDL(fundra::ElementSpace* s, int32_t n, int32_t from);
+  bool queueEntry(fundra::ElementSpace* s, int32_t n, int32_t from);
   bool own(fundra::ElementSpace* s, int32_t n);
   bool scan(ZoveData* d, int32_t dl);
   bool replay(int32_t root);
@@ -62,6 +63,8 @@ class QuickMark {
   Bits replayed_;                // entered by the replay
   std::vector<int32_t> queue_;   // DLs in the order they were queued
   std::vector<uint32_t> first_;  // per number: where a DL's edge count is in edges_
+  std::vector<int32_t> parent_;  // per number: the DL whose edge queued it (0 for a root)
+  bool tree_ = true;             // every edge so far is a tree edge or leads back up
   std::vector<int32_t> edges_;   // per DL: the edge count, then the edges in walk order
   std::vector<int32_t> weak_;    // references pruning checks
   bool deadEntry_ = false;       // a list entry names nothing

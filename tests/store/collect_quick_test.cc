@@ -1,6 +1,6 @@
 // Collections with the quick mark next to collections by the depth-first walks alone, on random
-// stores: sound ones, damaged ones and ones with chains around the depth limit. Two stores are
-// built from the same seed; the collection must answer the same, log the same lines, leave the
+// stores: sound ones, damaged ones, ones with chains around the depth limit, and trees. Two stores
+// are built from the same seed; the collection must answer the same, log the same lines, leave the
 // same fault code and leave every element with the same bytes. A failure names the seed.
 #include "store/collect_quick.h"
 
@@ -101,6 +101,41 @@ void build(Object* s, uint32_t seed, bool hurt) {
   }
 }
 
+// A tree as a provider tree holds one: children hang from their parent by a handle or a list
+// entry and hold a handle back to it, so that every edge is a tree edge or leads back up; now
+// and then a spine of 495 to 505 levels. Nothing is left on the keep list.
+void buildTree(Object* s, uint32_t seed) {
+  std::mt19937 rng(seed);
+  auto pick = [&](int n) { return int32_t(rng() % uint32_t(n)); };
+  std::vector<int32_t> dls{1};
+  auto hang = [&](int32_t parent) {
+    int32_t child = i32(S(s, fc("TSDN"), fc("node"), 0, 0));
+    if (pick(2) == 0)
+      S(s, fc("TSHS"), parent, kKeys[pick(5)], child);
+    else
+      S(s, fc("TSLA"), parent, fc("kids"), child);
+    if (parent != 1) S(s, fc("TSHS"), child, fc("pare"), parent);
+    dls.push_back(child);
+    return child;
+  };
+  for (int i = 0, n = 20 + pick(300); i < n; ++i) hang(dls[size_t(pick(int(dls.size())))]);
+  if (pick(3) == 0) {  // a cross edge somewhere
+    int32_t a = dls[size_t(pick(int(dls.size())))], b = dls[size_t(pick(int(dls.size())))];
+    S(s, fc("TSHS"), a, fc("xref"), b);
+  }
+  if (pick(2) == 0) return;
+  int32_t end = 1;
+  for (int32_t i = 0, n = 488 + pick(18); i < n; ++i) end = hang(end);
+  if (pick(2) == 0) {
+    // A cross edge from the spine's end to a side chain that hangs from DL 1 under a key the
+    // walk takes last: the walk reaches the chain through the spine, far deeper than its level.
+    int32_t side = i32(S(s, fc("TSDN"), fc("side"), 0, 0));
+    S(s, fc("TSHS"), 1, fc("zzzz"), side);
+    for (int i = 0; i < 12; ++i) side = hang(side);
+    S(s, fc("TSHS"), end, fc("xref"), dls[dls.size() - 12]);
+  }
+}
+
 struct Outcome {
   Word answer, fault;
   std::vector<std::string> log;
@@ -109,7 +144,10 @@ struct Outcome {
 
 Outcome collect(uint32_t seed, bool hurt, bool quick) {
   Object* s = newStore(1);
-  build(s, seed, hurt);
+  if (seed % 3 == 0)
+    buildTree(s, seed);
+  else
+    build(s, seed, hurt);
   zoveSetQuickMark(quick);
   LogCapture cap;
   Outcome o;
@@ -140,9 +178,10 @@ TEST(QuickMark, CollectsExactlyAsTheWalksDo) {
     faulted += walks.answer != 0;
     deep += walks.fault == kTooDeep;
   }
-  // The seeds reach both outcomes, including walks that go too deep through a shallow store.
+  // The seeds reach both outcomes, including walks that go too deep through a shallow store
+  // and through a tree.
   EXPECT_GT(faulted, 10);
-  EXPECT_GT(deep, 3);
+  EXPECT_GT(deep, 6);
   EXPECT_LT(faulted, 100);
 }
 

@@ -9,6 +9,10 @@
 //      order) into a compact table;
 //   2. replays the depth-first walks from DL 1 and the keep list over that table, whose few bytes
 //      per DL stay in cache, to learn whether one would go deeper than kMaxDepth.
+// The replay is skipped when the queue's own tree is the walk's: with no keep list, if every edge
+// that did not queue a DL leads back to an ancestor of the DL it leaves (as parent handles in a
+// tree do), the walk from DL 1 enters each DL through the edge that queued it, so each DL's
+// depth is its level in the queue.
 // Whatever a walk would report (a bad item, a handle or owned element naming nothing, an element
 // that cannot be a DL reached as one, an element both owned and followed, a walk too deep) and a
 // shortage of memory make it give up. The caller then clears the marks and runs the walks, which

@@ -267,9 +267,14 @@ class ElementSpace {
   std::vector<FreeBlock*> freeBlocks_;  // per size class: block bytes / 8
   int64_t largeBytes_ = 0;
 
-  // Per number: the sum at the last hand-over; 0 not handed over; 1 handed over (as added, or
-  // by a load) without its sum, so that its next touch counts as a change.
+  // What each number was at the last hand-over: its sum in handed_ (0: not handed over), or a
+  // bit in unsummed_ when it was handed over (as added, or by a load) without its sum, so that its
+  // next touch counts as a change. Most elements of a large space are never touched again after
+  // they are saved or loaded: they cost a bit, not a sum.
   std::vector<uint64_t> handed_;
+  std::vector<uint64_t> unsummed_;
+  uint64_t HandedOf(size_t n) const;  // a sum, kUnsummed or 0
+  void SetHanded(size_t n, uint64_t kept);
   // The touched record: a bit per number, and while few are set the list of those numbers. Once
   // the list would hold more than one number per bit word, or 64 (touchedDense_), it is dropped
   // and the bits alone are walked: the record never costs more than a bit per number and a short
@@ -281,7 +286,6 @@ class ElementSpace {
   bool touchedAll_ = false;
   void TouchSlow(int32_t n);
   std::vector<int32_t> TouchedAscending();
-  void Handed(int32_t n, uint64_t kept);
 #ifdef ZOVE_CHECKED
   void AuditUntouched() const;
   void AuditSum(int32_t n, uint64_t sum);

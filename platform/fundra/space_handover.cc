@@ -31,8 +31,8 @@ uint64_t Mix(uint64_t h) {
   return h ^ (h >> 33);
 }
 
-// What handed_ holds for an element handed over without its sum (a new element saved, or one
-// loaded): its next touch counts as a change and takes its sum.
+// What an element handed over without its sum (a new element saved, or one loaded) has instead
+// of a sum: its next touch counts as a change and takes its sum.
 constexpr uint64_t kUnsummed = 1;
 
 // What a number keeps at a hand-over: the sum, never 0 (not handed over) nor kUnsummed.
@@ -97,7 +97,7 @@ void ElementSpace::TouchSlow(int32_t n) {
 std::vector<int32_t> ElementSpace::TouchedAscending() {
   std::vector<int32_t> out;
   if (touchedAll_) {
-    size_t end = std::max(handed_.size(), slots_.size());
+    size_t end = std::max({handed_.size(), slots_.size(), unsummed_.size() * 64});
     out.reserve(end);
     for (size_t n = 1; n < end; ++n) out.push_back(int32_t(n));
   } else if (touchedDense_) {
@@ -117,7 +117,7 @@ LmDelta ElementSpace::LmChanges() {
   pending_.clear();
   pending_.reserve(numbers.size());
   for (int32_t n : numbers) {
-    uint64_t was = size_t(n) < handed_.size() ? handed_[size_t(n)] : 0;
+    uint64_t was = HandedOf(size_t(n));
     bool live = size_t(n) < slots_.size() && slots_[size_t(n)].at;
     // A new element is saved whatever its bytes, so its sum waits until it is touched again.
     uint64_t now = !live  ? 0
@@ -142,11 +142,11 @@ LmDelta ElementSpace::LmChanges() {
 #ifdef ZOVE_CHECKED
 void ElementSpace::AuditUntouched() const {
   if (touchedAll_) return;
-  size_t end = std::max(handed_.size(), slots_.size());
+  size_t end = std::max({handed_.size(), slots_.size(), unsummed_.size() * 64});
   for (size_t n = 1; n < end; ++n) {
     size_t w = n >> 6;
     if (w < touchedBits_.size() && (touchedBits_[w] >> (n & 63) & 1)) continue;
-    uint64_t was = n < handed_.size() ? handed_[n] : 0;
+    uint64_t was = HandedOf(n);
     if (was == kUnsummed && n < auditSums_.size()) was = auditSums_[n];
     bool live = n < slots_.size() && slots_[n].at;
     uint64_t now = live ? Kept(LmSum(slots_[n].at, slots_[n].size)) : 0;
@@ -166,16 +166,15 @@ void ElementSpace::AuditSum(int32_t n, uint64_t sum) {
 
 void ElementSpace::LmHandedOver() {
   if (!pendingValid_) LmChanges();
-  if (handed_.size() < slots_.size()) handed_.resize(slots_.size(), 0);
   for (const auto& [n, sum] : pending_) {
-    if (size_t(n) >= handed_.size()) continue;
-    handed_[size_t(n)] = sum;
+    SetHanded(size_t(n), sum);
 #ifdef ZOVE_CHECKED
     if (sum == kUnsummed) AuditSum(n, LmSumOf(n));
 #endif
   }
   // Numbers above the table were handed over as removed: nothing to remember for them.
-  while (handed_.size() > slots_.size()) handed_.pop_back();
+  if (handed_.size() > slots_.size()) handed_.resize(slots_.size());
+  if (unsummed_.size() > slots_.size() / 64 + 1) unsummed_.resize(slots_.size() / 64 + 1);
   pending_.clear();
   pending_.shrink_to_fit();
   pendingValid_ = false;
@@ -222,7 +221,7 @@ int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size) {
   pendingValid_ = false;
   // The bytes came from a file that vouches for them: summing each element here would cost a
   // load as much again as the copy. Its sum is taken only if it is touched and compared.
-  Handed(n, kUnsummed);
+  SetHanded(size_t(n), kUnsummed);
 #ifdef ZOVE_CHECKED
   AuditSum(n, LmSum(bytes, size));
 #endif
@@ -237,7 +236,7 @@ int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size, uint64_
     loadFaults_.push_back("load of element " + std::to_string(n) + ": bytes differ from their sum");
     return kLmDamaged;
   }
-  Handed(n, Kept(actual));
+  SetHanded(size_t(n), Kept(actual));
   return 0;
 }
 
@@ -254,12 +253,12 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
     top = p.number;
   }
   try {
-    if (plain && Grow(top) == 0 && handed_.size() <= size_t(top))
-      handed_.resize(size_t(top) + 1, 0);
+    if (plain && Grow(top) == 0 && unsummed_.size() <= size_t(top) / 64)
+      unsummed_.resize(size_t(top) / 64 + 1, 0);
   } catch (const std::bad_alloc&) {
     plain = false;
   }
-  if (!plain || slots_.size() <= size_t(top) || handed_.size() <= size_t(top)) {
+  if (!plain || slots_.size() <= size_t(top) || unsummed_.size() <= size_t(top) / 64) {
     for (int32_t i = 0; i < count; ++i) {
       int32_t r = LmLoad(parts[i].number, bytes, parts[i].size);
       if (r != 0) {
@@ -284,7 +283,8 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
     if (size > 0) std::memcpy(at, bytes, size_t(size));
     slots_[size_t(n)] = Slot{at, size, large};
     marks_[size_t(n)] = kUnmarked;
-    handed_[size_t(n)] = kUnsummed;
+    unsummed_[size_t(n) >> 6] |= uint64_t(1) << (n & 63);
+    if (size_t(n) < handed_.size()) handed_[size_t(n)] = 0;
 #ifdef ZOVE_CHECKED
     AuditSum(n, LmSum(bytes, size));
 #endif
@@ -295,12 +295,24 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
   return 0;
 }
 
-void ElementSpace::Handed(int32_t n, uint64_t kept) {
+uint64_t ElementSpace::HandedOf(size_t n) const {
+  if (n >> 6 < unsummed_.size() && (unsummed_[n >> 6] >> (n & 63) & 1)) return kUnsummed;
+  return n < handed_.size() ? handed_[n] : 0;
+}
+
+// Without room to remember it, an element is simply handed over again as added.
+void ElementSpace::SetHanded(size_t n, uint64_t kept) {
   try {
-    if (handed_.size() <= size_t(n)) handed_.resize(size_t(n) + 1, 0);
-    handed_[size_t(n)] = kept;
+    if (kept == kUnsummed) {
+      if (unsummed_.size() <= n >> 6) unsummed_.resize((n >> 6) + 1, 0);
+      unsummed_[n >> 6] |= uint64_t(1) << (n & 63);
+      if (n < handed_.size()) handed_[n] = 0;
+      return;
+    }
+    if (n >> 6 < unsummed_.size()) unsummed_[n >> 6] &= ~(uint64_t(1) << (n & 63));
+    if (kept != 0 && handed_.size() <= n) handed_.resize(n + 1, 0);
+    if (n < handed_.size()) handed_[n] = kept;
   } catch (const std::bad_alloc&) {
-    // Without it the element will simply be handed over again as added.
   }
 }
 
@@ -309,7 +321,6 @@ int32_t ElementSpace::LmReserve(int32_t numbers, int64_t bytes) {
   try {
     slots_.reserve(want);
     marks_.reserve(want);
-    handed_.reserve(want);
   } catch (const std::bad_alloc&) {
     return kLmNoMemory;
   }

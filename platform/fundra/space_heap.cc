@@ -174,11 +174,11 @@ int32_t ElementSpace::LmCompress() {
 int64_t ElementSpace::LmHeapBytes() const { return chunkBytes_ + largeBytes_; }
 
 int64_t ElementSpace::LmTableBytes() const {
-  return int64_t(slots_.capacity() * sizeof(Slot) + marks_.capacity() +
-                 freeBits_.capacity() * sizeof(uint64_t) + handed_.capacity() * sizeof(uint64_t) +
-                 pending_.capacity() * sizeof(pending_[0]) +
-                 touchedBits_.capacity() * sizeof(uint64_t) +
-                 touched_.capacity() * sizeof(int32_t));
+  return int64_t(
+      slots_.capacity() * sizeof(Slot) + marks_.capacity() +
+      freeBits_.capacity() * sizeof(uint64_t) + handed_.capacity() * sizeof(uint64_t) +
+      unsummed_.capacity() * sizeof(uint64_t) + pending_.capacity() * sizeof(pending_[0]) +
+      touchedBits_.capacity() * sizeof(uint64_t) + touched_.capacity() * sizeof(int32_t));
 }
 
 }  // namespace fundra

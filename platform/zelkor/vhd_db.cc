@@ -139,10 +139,12 @@ int32_t StoreDb::openDatabase(bool creating) {
   if (readOnly_) return exec("PRAGMA query_only=1; PRAGMA mmap_size=1099511627776;", "vhdOpen");
   if (creating) {
     // A file under construction has no name yet (see create): nothing to roll back to, so no
-    // journal, and one sync when the first save commits.
+    // journal, and one sync when the first save commits. Without a journal, SQLite writes pages
+    // out as its cache fills, so a small cache serves the whole first save with the same
+    // buffers instead of taking fresh memory for every page of it.
     std::string pragmas = "PRAGMA page_size=" + std::to_string(kPageSize) +
                           "; PRAGMA journal_mode=OFF; PRAGMA synchronous=FULL;"
-                          " PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY;";
+                          " PRAGMA cache_size=-8192; PRAGMA temp_store=MEMORY;";
     return exec(pragmas.c_str(), "vhdCreate");
   }
   return exec(

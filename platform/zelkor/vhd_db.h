@@ -87,6 +87,8 @@ class StoreDb {
   std::string finalPath_;  // while a new file has a temporary name: the name it will get
   bool readOnly_ = false;
   int lockFd_ = -1;
+  static constexpr int64_t kFlushEvery = int64_t(8) << 20;
+  int64_t unflushed_ = 0;  // segment bytes put since the last write-out request
   uint64_t dev_ = 0, ino_ = 0;
   Head head_;
   sqlite3_stmt* putSeg_ = nullptr;

@@ -11,6 +11,7 @@
 // The target stands for index 1, so an item that referred to the exported DL itself refers to
 // the target after the import.
 #include <climits>
+#include <cstddef>
 #include <cstring>
 #include <vector>
 
@@ -23,6 +24,14 @@ namespace zove {
 namespace {
 
 enum class RecKind : uint8_t { kDL, kBlob, kList };
+
+// A stream word. Fields are read one word at a time, never as a struct copied out: a struct
+// copy goes through the stack, and reading a narrow field back from a wide store stalls.
+inline uint32_t word(const uint8_t* p) {
+  uint32_t w;
+  std::memcpy(&w, p, 4);
+  return w;
+}
 
 // The item that names a list record.
 struct ListRec {
@@ -86,8 +95,7 @@ bool Parser::walk() {
   // the end. Stream words are copied out, never cast: records follow each other unpadded.
   auto take = [&](RecKind kind, int32_t * size) __attribute__((always_inline))->const uint8_t* {
     if (end_ - pos < 4) return nullptr;
-    uint32_t n;
-    std::memcpy(&n, bytes + pos, 4);
+    uint32_t n = word(bytes + pos);
     if (n > uint32_t(end_ - pos - 4)) return nullptr;
     const uint8_t* at = bytes + pos + 4;
     pos += 4 + int32_t(n);
@@ -114,15 +122,19 @@ bool Parser::walk() {
     int32_t size;
     const uint8_t* at = take(RecKind::kDL, &size);
     if (!at || size < kHeadBytes) return false;
-    DLHead h;
-    std::memcpy(&h, at, sizeof h);
-    if (!isPrintableCode(h.uType) || (h.flags & ~(kSharedFlag | kInvisibleFlag | kKeptFlag)) ||
-        h.reserved != 0 || h.owner != 0 || h.dataSize < 0 || h.dataSize % 4 != 0 || h.count < 0 ||
-        int64_t(kHeadBytes) + h.dataSize + int64_t(kItemBytes) * h.count > size)
+    static_assert(offsetof(DLHead, flags) == 4 && offsetof(DLHead, reserved) == 6 &&
+                  offsetof(DLHead, owner) == 8 && offsetof(DLHead, dataSize) == 12 &&
+                  offsetof(DLHead, count) == 16);
+    // flags (the low half) and reserved share the second word: only allowed flag bits may be set.
+    uint32_t flagsWord = word(at + 4);
+    int32_t dataSize = int32_t(word(at + 12)), count = int32_t(word(at + 16));
+    if (!isPrintableCode(word(at)) ||
+        (flagsWord & ~uint32_t(kSharedFlag | kInvisibleFlag | kKeptFlag)) || word(at + 8) != 0 ||
+        dataSize < 0 || dataSize % 4 != 0 || count < 0 ||
+        int64_t(kHeadBytes) + dataSize + int64_t(kItemBytes) * count > size)
       return false;
     // A printable key is above INT32_MIN, so the first key passes the order test.
-    f = Frame{
-        at + kHeadBytes + h.dataSize, nullptr, int32_t(records) - 1, h.count, 0, INT32_MIN, 0, 0};
+    f = Frame{at + kHeadBytes + dataSize, nullptr, int32_t(records) - 1, count, 0, INT32_MIN, 0, 0};
     return true;
   };
   // A reference to a DL by index: one read already, or the next record.
@@ -141,8 +153,7 @@ bool Parser::walk() {
         ++f.item;
         continue;
       }
-      int32_t e;
-      std::memcpy(&e, f.list + 4 * f.elem, 4);
+      int32_t e = int32_t(word(f.list + 4 * f.elem));
       ++f.elem;
       ok = refer(e);
       continue;
@@ -153,17 +164,19 @@ bool Parser::walk() {
       stack_.pop_back();
       continue;
     }
-    Item it;
-    std::memcpy(&it, f.items + kItemBytes * f.item, sizeof it);
-    if (!isPrintableCode(it.key) || f.key >= int32_t(it.key)) return false;
-    f.key = int32_t(it.key);
-    uint32_t type = it.kind & ~0xFFu;
+    static_assert(offsetof(Item, kind) == 4 && offsetof(Item, key) == 8);
+    const uint8_t* item = f.items + kItemBytes * f.item;
+    int32_t ref = int32_t(word(item));
+    uint32_t key = word(item + 8);
+    if (!isPrintableCode(key) || f.key >= int32_t(key)) return false;
+    f.key = int32_t(key);
+    uint32_t type = word(item + 4) & ~0xFFu;
     int32_t size = 0;
-    if (it.ref <= 0) {
-      ok = (uint32_t(it.ref) & ~0xFFu) == kImmediate;
+    if (ref <= 0) {
+      ok = (uint32_t(ref) & ~0xFFu) == kImmediate;
       ++f.item;
     } else if (type == kBlob) {
-      ok = uint32_t(it.ref) == known && take(RecKind::kBlob, &size);
+      ok = uint32_t(ref) == known && take(RecKind::kBlob, &size);
       ++f.item;
     } else if (isListType(type)) {
       f.list = take(RecKind::kList, &size);
@@ -173,7 +186,7 @@ bool Parser::walk() {
       f.elem = 0;
     } else {
       ++f.item;
-      ok = isKnownRefType(type) && refer(it.ref);
+      ok = isKnownRefType(type) && refer(ref);
     }
   }
   kinds_.resize(records);

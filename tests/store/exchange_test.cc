@@ -147,6 +147,30 @@ TEST_F(ExchangeStream, DamagedOrTruncatedStreamsAreRefusedAndChangeNothing) {
   EXPECT_EQ(S(s, fc("TSEC")), 0);
 }
 
+TEST_F(ExchangeStream, HeaderWordsAreCheckedBitByBitInEveryDLRecord) {
+  int32_t inner = rawDL(sp, fc("in  "), {{fc("Valu"), int32_t(kImmediate), 3}});
+  int32_t top = rawDL(sp, fc("top "), {{fc("Part"), inner, kPartLink}});
+  fundra::TMemory good;
+  ASSERT_EQ(S(s, fc("TSEx"), top, &good), 0);
+  auto recs = records(good);
+  ASSERT_EQ(recs.size(), 2u);
+  int32_t t = target(s);
+  const uint32_t allowed = kSharedFlag | kInvisibleFlag | kKeptFlag;
+  // Flags are the low half of the word at 4 and reserved its high half; the owner is at 8.
+  for (int32_t rec : {12, 12 + 4 + int32_t(recs[0].size())}) {
+    for (int32_t bit = 0; bit < 32; ++bit) {
+      fundra::TMemory m = good;
+      m.MemPtr()[rec + 4 + bit / 8] ^= uint8_t(1 << (bit % 8));
+      EXPECT_EQ(S(s, fc("TSIm"), t, &m), (allowed >> bit & 1) ? 0 : kBadStream)
+          << "flag bit " << bit << " of the record at " << rec;
+      m = good;
+      m.MemPtr()[rec + 8 + bit / 8] ^= uint8_t(1 << (bit % 8));
+      EXPECT_EQ(S(s, fc("TSIm"), t, &m), kBadStream) << "owner bit " << bit << " at " << rec;
+    }
+  }
+  expectSound(s);
+}
+
 TEST_F(ExchangeStream, RandomStructuresSurviveExportAndImport) {
   for (uint32_t seed = 1; seed <= 200; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));

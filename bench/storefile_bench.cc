@@ -43,7 +43,7 @@ std::string benchDir() {
   return dir;
 }
 
-// A space of DL-like elements: a 20-byte header, a data area and a few 12-byte items, 40 to 140
+// A space of DL-like elements: a 20-byte header, a data area and a few 12-byte items, 20 to 100
 // bytes in all.
 fundra::ElementSpace* makeSpace(int32_t count) {
   auto* s = new fundra::ElementSpace(1024, 0);

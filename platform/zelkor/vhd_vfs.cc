@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 
 #include <atomic>
+#include <cstring>
 #include <mutex>
 
 namespace zelkor::storefile {
@@ -37,9 +38,20 @@ int fault(int ioerr, bool isWrite) {
   return isWrite && f.kind == IoFaultKind::kDiskFull ? SQLITE_FULL : ioerr;
 }
 
+// A rollback journal is written as many small appends (a page number, a page, a checksum, for
+// every page a save changes). The layer gathers appends that follow each other and passes them
+// on in one write before anything else touches the file: a sync, a read, a truncation, a size
+// query, a write elsewhere, a close. Nothing a sync makes durable changes; SQLite touches the
+// database file only after it has synced the journal.
+constexpr int kJournalBuffer = 1 << 20;
+constexpr int kMostPerWrite = 64 << 10;
+
 struct ShimFile {
   sqlite3_file base;  // methods = &kShimMethods
   sqlite3_file* real;
+  uint8_t* pending;  // a journal's gathered appends (null for other files)
+  sqlite3_int64 pendingAt;
+  int pendingBytes;
 };
 
 sqlite3_vfs* gReal = nullptr;
@@ -47,29 +59,63 @@ sqlite3_vfs gShim;
 
 sqlite3_file* real(sqlite3_file* f) { return reinterpret_cast<ShimFile*>(f)->real; }
 
+// Passes a journal's gathered appends on; answers the write's code.
+int flush(sqlite3_file* f) {
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  if (shim->pendingBytes == 0) return SQLITE_OK;
+  int n = shim->pendingBytes;
+  shim->pendingBytes = 0;
+  // The system's layer takes at most 128 KiB a write (SQLite never writes more than a page).
+  for (int done = 0; done < n; done += kMostPerWrite) {
+    int part = n - done < kMostPerWrite ? n - done : kMostPerWrite;
+    if (int r =
+            real(f)->pMethods->xWrite(real(f), shim->pending + done, part, shim->pendingAt + done))
+      return r;
+  }
+  return SQLITE_OK;
+}
+
 int shimClose(sqlite3_file* f) {
-  int r = real(f)->pMethods ? real(f)->pMethods->xClose(real(f)) : SQLITE_OK;
+  int r = real(f)->pMethods ? flush(f) : SQLITE_OK;
+  int c = real(f)->pMethods ? real(f)->pMethods->xClose(real(f)) : SQLITE_OK;
   sqlite3_free(real(f));
-  return r;
+  sqlite3_free(reinterpret_cast<ShimFile*>(f)->pending);
+  return r != SQLITE_OK ? r : c;
 }
 int shimRead(sqlite3_file* f, void* p, int n, sqlite3_int64 at) {
   if (int r = fault(SQLITE_IOERR_READ, false)) return r;
+  if (int r = flush(f)) return r;
   return real(f)->pMethods->xRead(real(f), p, n, at);
 }
 int shimWrite(sqlite3_file* f, const void* p, int n, sqlite3_int64 at) {
   if (int r = fault(SQLITE_IOERR_WRITE, true)) return r;
   faults().written += n;
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  if (shim->pending && n <= kJournalBuffer) {
+    if (shim->pendingBytes > 0 &&
+        (at != shim->pendingAt + shim->pendingBytes || shim->pendingBytes + n > kJournalBuffer)) {
+      if (int r = flush(f)) return r;
+    }
+    if (shim->pendingBytes == 0) shim->pendingAt = at;
+    std::memcpy(shim->pending + shim->pendingBytes, p, size_t(n));
+    shim->pendingBytes += n;
+    return SQLITE_OK;
+  }
+  if (int r = flush(f)) return r;
   return real(f)->pMethods->xWrite(real(f), p, n, at);
 }
 int shimTruncate(sqlite3_file* f, sqlite3_int64 size) {
   if (int r = fault(SQLITE_IOERR_TRUNCATE, false)) return r;
+  if (int r = flush(f)) return r;
   return real(f)->pMethods->xTruncate(real(f), size);
 }
 int shimSync(sqlite3_file* f, int flags) {
   if (int r = fault(SQLITE_IOERR_FSYNC, false)) return r;
+  if (int r = flush(f)) return r;
   return real(f)->pMethods->xSync(real(f), flags);
 }
 int shimFileSize(sqlite3_file* f, sqlite3_int64* size) {
+  if (int r = flush(f)) return r;
   return real(f)->pMethods->xFileSize(real(f), size);
 }
 int shimLock(sqlite3_file* f, int l) { return real(f)->pMethods->xLock(real(f), l); }
@@ -78,6 +124,7 @@ int shimCheckReserved(sqlite3_file* f, int* out) {
   return real(f)->pMethods->xCheckReservedLock(real(f), out);
 }
 int shimFileControl(sqlite3_file* f, int op, void* arg) {
+  if (int r = flush(f)) return r;
   return real(f)->pMethods->xFileControl(real(f), op, arg);
 }
 int shimSectorSize(sqlite3_file* f) { return real(f)->pMethods->xSectorSize(real(f)); }
@@ -123,6 +170,8 @@ const sqlite3_io_methods kShimMethods = {
 int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, int* outFlags) {
   auto* shim = reinterpret_cast<ShimFile*>(f);
   shim->base.pMethods = nullptr;
+  shim->pending = nullptr;
+  shim->pendingBytes = 0;
   shim->real = static_cast<sqlite3_file*>(sqlite3_malloc(gReal->szOsFile));
   if (!shim->real) return SQLITE_NOMEM;
   shim->real->pMethods = nullptr;
@@ -132,6 +181,9 @@ int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, in
     sqlite3_free(shim->real);
     return r;
   }
+  // Without the memory the journal is simply written as SQLite writes it.
+  if (flags & SQLITE_OPEN_MAIN_JOURNAL)
+    shim->pending = static_cast<uint8_t*>(sqlite3_malloc(kJournalBuffer));
   shim->base.pMethods = &kShimMethods;
   return SQLITE_OK;
 }

@@ -283,12 +283,12 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
       bump_ += block;
     } else {
       at = Store(size, &large);
-    }
-    if (!at) {
-      TrimTable();  // the table was grown for the whole run
-      loadFaults_.push_back("load of element " + std::to_string(n) + ": no room");
-      *refused = i;
-      return kLmNoMemory;
+      if (!at) {
+        TrimTable();  // the table was grown for the whole run
+        loadFaults_.push_back("load of element " + std::to_string(n) + ": no room");
+        *refused = i;
+        return kLmNoMemory;
+      }
     }
     if (size > 0) std::memcpy(at, bytes, size_t(size));
     slots_[size_t(n)] = Slot{at, size, large};
@@ -335,6 +335,13 @@ int32_t ElementSpace::LmReserve(int32_t numbers, int64_t bytes) {
     return kLmNoMemory;
   }
   return ReserveChunk(bytes);
+}
+
+std::array<MemRegion, 3> ElementSpace::LmRoom() {
+  auto* slots = reinterpret_cast<uint8_t*>(slots_.data());
+  return {MemRegion{slots + slots_.size() * sizeof(Slot), slots + slots_.capacity() * sizeof(Slot)},
+          MemRegion{marks_.data() + marks_.size(), marks_.data() + marks_.capacity()},
+          MemRegion{bump_, bumpEnd_}};
 }
 
 int32_t ElementSpace::LmLoadSeal(int32_t liveCount, uint64_t spaceSum) {

@@ -7,12 +7,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <utility>
 
+#include "platform/fundra/prefault.h"
 #include "platform/zelkor/log.h"
 #include "platform/zelkor/vhd.h"
 #include "platform/zelkor/vhd_vfs.h"
@@ -26,6 +29,9 @@ constexpr int32_t kApplicationId = 0x5A4F5645;  // "ZOVE" in the database header
 // save of a few changed elements journals and rewrites few pages.
 constexpr int kPageSize = 16384;
 constexpr int kBusyMs = 2000;
+// Loads with less reserved room than this fault their memory in themselves: a thread costs
+// more than the clearing it would move.
+constexpr size_t kPrefaultFrom = size_t(32) << 20;
 
 const char* const kSchema =
     "CREATE TABLE head (k INTEGER PRIMARY KEY, body BLOB NOT NULL);"
@@ -335,6 +341,12 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
       int64_t bytes = int64_t(file.st_size);
       space->LmReserve(int32_t(std::min<int64_t>(head_.liveCount, bytes / 8)), bytes);
     }
+    // A big load has the kernel clear its fresh memory on another core, just ahead of it.
+    std::optional<fundra::Prefault> prefault;
+    std::array<fundra::MemRegion, 3> room = space->LmRoom();
+    size_t roomBytes = 0;
+    for (const fundra::MemRegion& m : room) roomBytes += size_t(m.end - m.begin);
+    if (roomBytes >= kPrefaultFrom) prefault.emplace(room.data(), room.size());
     rc = sqlite3_prepare_v2(db_, "SELECT id, body FROM seg", -1, &st, nullptr);
     int32_t segments = 0, elements = 0;
     uint64_t digest = 0;
@@ -352,6 +364,10 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
               std::to_string(seg.parts[refused].number) + " refused by the space";
         r = kVhdDamaged;
         break;
+      }
+      if (prefault) {
+        room = space->LmRoom();
+        for (size_t i = 0; i < room.size(); ++i) prefault->Reached(i, room[i].begin);
       }
       if (size_t(id) >= segChecks->size()) segChecks->resize(size_t(id) + 1, 0);
       (*segChecks)[size_t(id)] = seg.check;

@@ -72,6 +72,28 @@ TEST(StoreFile, ReopensWithExactlyTheSavedElementsAndRecordsAfterEverySave) {
   send(again, fc("Dspo"));
 }
 
+TEST(StoreFile, ABigStoreLoadsWhileItsMemoryIsFaultedInBesideTheLoad) {
+  // Big enough for the load to fault its room in from another thread.
+  ScratchDir dir;
+  std::string path = dir.file("big.zst");
+  Model model;
+  Word h = newHandle();
+  ASSERT_EQ(send(h, kHNew, 0, 7), 0);
+  fundra::ElementSpace* s = spaceOf(h);
+  for (int32_t n = 1; n <= 80000; ++n)
+    put(s, &model, n, std::vector<uint8_t>(size_t(400 + n % 97), uint8_t(n * 7)));
+  ASSERT_EQ(vhdCreateFile(h, path), 0);
+  send(h, fc("Dspo"));
+  for (auto mode : {VhdOpenMode::kReadOnly, VhdOpenMode::kReadWrite}) {
+    int32_t code = 0;
+    Word again = openStore(path, mode, &code);
+    ASSERT_EQ(code, 0);
+    EXPECT_EQ(modelOf(*spaceOf(again)), model);
+    EXPECT_EQ(send(again, kHTsv), 0);
+    send(again, fc("Dspo"));
+  }
+}
+
 TEST(StoreFile, ASaveAfterAFewChangesTouchesFarLessThanTheFirstSave) {
   ScratchDir dir;
   Model model;

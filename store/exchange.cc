@@ -29,11 +29,14 @@ class Exporter {
 
  private:
   // A DL record whose items are being walked. Offsets into the stream, which moves as it grows.
+  // Built in place (emplace_back): a pushed temporary was copied whole through the stack, a
+  // stalled load on every push.
   struct Frame {
-    int32_t dl;    // offset of the DL record's bytes
-    int32_t item;  // the item being walked
-    int32_t list;  // offset of the list record being walked for that item, or -1
-    int32_t elem;  // the next element of that list
+    explicit Frame(int32_t record) : dl(record) {}
+    int32_t dl;         // offset of the DL record's bytes
+    int32_t item = 0;   // the item being walked
+    int32_t list = -1;  // offset of the list record being walked for that item, or -1
+    int32_t elem = 0;   // the next element of that list
   };
 
   int32_t append(const uint8_t* bytes, int32_t n);
@@ -147,7 +150,7 @@ int32_t Exporter::step() {
     setWord(itemOffset(f), index);
     ++f.item;
   }
-  stack_.push_back(Frame{child, 0, -1, 0});
+  stack_.emplace_back(child);
   return 0;
 }
 
@@ -163,7 +166,7 @@ int32_t Exporter::run(int32_t top) {
   int32_t r = appendDL(top, &offset);
   if (r > 0) {
     r = 0;
-    stack_.push_back(Frame{offset, 0, -1, 0});
+    stack_.emplace_back(offset);
     while (!stack_.empty() && r == 0) r = step();
   }
   out_->SetSize(r == 0 ? used_ : 0);

@@ -32,11 +32,13 @@ class Copier {
   const DLMap& map() const { return map_; }
 
  private:
+  // Built in place: a pushed temporary was copied whole through the stack, stalling each push.
   struct Frame {
-    int32_t src, dst;  // the DL being copied and its copy
-    int32_t item;      // the item being copied, counting down
-    int32_t list;      // the copied list whose elements are being copied, or 0
-    int32_t elem;      // the element being copied, counting down
+    Frame(int32_t src, int32_t dst, int32_t item) : src(src), dst(dst), item(item) {}
+    int32_t src, dst;   // the DL being copied and its copy
+    int32_t item;       // the item being copied, counting down
+    int32_t list = 0;   // the copied list whose elements are being copied, or 0
+    int32_t elem = -1;  // the element being copied, counting down
   };
 
   int32_t copyDL(int32_t dl, bool top);
@@ -63,7 +65,7 @@ int32_t Copier::copyDL(int32_t dl, bool top) {
   // The kept flag stays with the keep list's own entry; the copy is kept (or not) on its own.
   reinterpret_cast<DLHead*>(space_->LmGet(copy))->flags &= uint16_t(~kKeptFlag);
   map_.set(dl, copy);
-  stack_.push_back(Frame{dl, copy, v.head->count - 1, 0, -1});
+  stack_.emplace_back(dl, copy, v.head->count - 1);
   return copy;
 }
 

@@ -6,7 +6,6 @@ zove_area(fundra_core
     ${CMAKE_CURRENT_LIST_DIR}/huge_alloc.cc
     ${CMAKE_CURRENT_LIST_DIR}/memory.cc
     ${CMAKE_CURRENT_LIST_DIR}/persist.cc
-    ${CMAKE_CURRENT_LIST_DIR}/prefault.cc
     ${CMAKE_CURRENT_LIST_DIR}/rnlist.cc
     ${CMAKE_CURRENT_LIST_DIR}/space.cc
     ${CMAKE_CURRENT_LIST_DIR}/space_check.cc

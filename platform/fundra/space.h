@@ -40,7 +40,6 @@
 //   9. No fault was recorded while loading (see the hand-over section).
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -48,7 +47,6 @@
 #include <vector>
 
 #include "platform/fundra/huge_alloc.h"
-#include "platform/fundra/prefault.h"
 #include "platform/fundra/prefetch.h"
 
 namespace fundra {
@@ -212,10 +210,6 @@ class ElementSpace {
   // and takes one chunk for the bytes, so the loads that follow neither regrow the table nor
   // allocate chunk by chunk. Only a hint: answers 0, or kLmNoMemory.
   int32_t LmReserve(int32_t numbers, int64_t bytes);
-  // The memory a load into reserved room writes, in the order it writes it: the table's spare
-  // capacity (slots, then marks) and the bump area, each from where writing has got to. A
-  // loader hands these to a Prefault.
-  std::array<MemRegion, 3> LmRoom();
   const std::vector<std::string>& LmLoadFaults() const { return loadFaults_; }
 
  private:

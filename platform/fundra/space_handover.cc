@@ -337,13 +337,6 @@ int32_t ElementSpace::LmReserve(int32_t numbers, int64_t bytes) {
   return ReserveChunk(bytes);
 }
 
-std::array<MemRegion, 3> ElementSpace::LmRoom() {
-  auto* slots = reinterpret_cast<uint8_t*>(slots_.data());
-  return {MemRegion{slots + slots_.size() * sizeof(Slot), slots + slots_.capacity() * sizeof(Slot)},
-          MemRegion{marks_.data() + marks_.size(), marks_.data() + marks_.capacity()},
-          MemRegion{bump_, bumpEnd_}};
-}
-
 int32_t ElementSpace::LmLoadSeal(int32_t liveCount, uint64_t spaceSum) {
   int32_t r = 0;
   if (liveCount != live_) {

@@ -7,6 +7,7 @@ zove_area(zelkor_vhd
     ${CMAKE_CURRENT_LIST_DIR}/vhd_binding.cc
     ${CMAKE_CURRENT_LIST_DIR}/vhd_db.cc
     ${CMAKE_CURRENT_LIST_DIR}/vhd_format.cc
+    ${CMAKE_CURRENT_LIST_DIR}/vhd_rows.cc
     ${CMAKE_CURRENT_LIST_DIR}/vhd_vfs.cc
   DEPS zelkor fundra_core
   LIBS PkgConfig::SQLITE3)

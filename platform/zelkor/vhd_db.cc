@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -15,9 +14,9 @@
 #include <set>
 #include <utility>
 
-#include "platform/fundra/prefault.h"
 #include "platform/zelkor/log.h"
 #include "platform/zelkor/vhd.h"
+#include "platform/zelkor/vhd_rows.h"
 #include "platform/zelkor/vhd_vfs.h"
 
 namespace zelkor::storefile {
@@ -29,9 +28,8 @@ constexpr int32_t kApplicationId = 0x5A4F5645;  // "ZOVE" in the database header
 // save of a few changed elements journals and rewrites few pages.
 constexpr int kPageSize = 16384;
 constexpr int kBusyMs = 2000;
-// Loads with less reserved room than this fault their memory in themselves: a thread costs
-// more than the clearing it would move.
-constexpr size_t kPrefaultFrom = size_t(32) << 20;
+// Loads of smaller files read their rows themselves: a thread costs more than it would save.
+size_t gParallelLoadFrom = size_t(32) << 20;
 
 const char* const kSchema =
     "CREATE TABLE head (k INTEGER PRIMARY KEY, body BLOB NOT NULL);"
@@ -325,6 +323,8 @@ void StoreDb::close() {
   releaseLock();
 }
 
+void StoreDb::setParallelLoadFrom(size_t bytes) { gParallelLoadFrom = bytes; }
+
 int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChecks,
                       const std::function<void(int64_t, int32_t, uint64_t)>& record) {
   if (int32_t r = exec("BEGIN;", "vhdLoad")) return r;
@@ -337,27 +337,24 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
     // allocation every few thousand elements. The file's size bounds both (an element takes
     // at least its 8-byte entry), so a damaged head cannot make it reserve more. Only a hint.
     struct stat file;
+    int64_t fileBytes = 0;
     if (::stat(path_.c_str(), &file) == 0) {
-      int64_t bytes = int64_t(file.st_size);
-      space->LmReserve(int32_t(std::min<int64_t>(head_.liveCount, bytes / 8)), bytes);
+      fileBytes = int64_t(file.st_size);
+      space->LmReserve(int32_t(std::min<int64_t>(head_.liveCount, fileBytes / 8)), fileBytes);
     }
-    // A big load has the kernel clear its fresh memory on another core, just ahead of it.
-    std::optional<fundra::Prefault> prefault;
-    std::array<fundra::MemRegion, 3> room = space->LmRoom();
-    size_t roomBytes = 0;
-    for (const fundra::MemRegion& m : room) roomBytes += size_t(m.end - m.begin);
-    if (roomBytes >= kPrefaultFrom) prefault.emplace(room.data(), room.size());
+    // A big load reads its rows on another core while it places the ones before.
+    bool parallel = fileBytes >= int64_t(gParallelLoadFrom);
     rc = sqlite3_prepare_v2(db_, "SELECT id, body FROM seg", -1, &st, nullptr);
     int32_t segments = 0, elements = 0;
     uint64_t digest = 0;
     SegmentParts seg;
-    while (rc == SQLITE_OK || rc == SQLITE_ROW) {
-      rc = sqlite3_step(st);
-      if (rc != SQLITE_ROW) break;
-      int64_t id = sqlite3_column_int64(st, 0);
-      const auto* body = static_cast<const uint8_t*>(sqlite3_column_blob(st, 1));
-      size_t size = size_t(sqlite3_column_bytes(st, 1));
-      if ((r = checkSegment(id, body, body ? size : 0, &seg, &why)) != 0) break;
+    std::optional<SegmentRows> rows;
+    if (rc == SQLITE_OK) rows.emplace(st, parallel);
+    int64_t id;
+    const uint8_t* body;
+    size_t size;
+    while (rows && rows->Next(&id, &body, &size)) {
+      if ((r = checkSegment(id, body, size, &seg, &why)) != 0) break;
       int32_t refused = 0;
       if (space->LmLoadMany(seg.parts, seg.count, seg.bytes, &refused) != 0) {
         why = "segment " + std::to_string(id) + ": element " +
@@ -365,16 +362,14 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
         r = kVhdDamaged;
         break;
       }
-      if (prefault) {
-        room = space->LmRoom();
-        for (size_t i = 0; i < room.size(); ++i) prefault->Reached(i, room[i].begin);
-      }
       if (size_t(id) >= segChecks->size()) segChecks->resize(size_t(id) + 1, 0);
       (*segChecks)[size_t(id)] = seg.check;
       ++segments;
       elements += seg.count;
       digest += segmentDigest(id, seg.check);
     }
+    if (rows) rc = rows->rc();
+    rows.reset();  // the reading thread steps no further
     sqlite3_finalize(st);
     if (!r && rc != SQLITE_DONE) r = fail(rc, "vhdLoad");
     if (!r && (segments != head_.segmentCount || elements != head_.liveCount ||

@@ -54,6 +54,9 @@ class StoreDb {
   // kVhdIoError.
   int32_t load(fundra::ElementSpace* space, std::vector<uint64_t>* segChecks,
                const std::function<void(int64_t key, int32_t size, uint64_t sum)>& record);
+  // Loads of files of at least this many bytes read their rows on a thread of their own
+  // (32 MiB unless set); tests set 0 to take that path always.
+  static void setParallelLoadFrom(size_t bytes);
   // Reads one record's bytes into out, checking them against their sum.
   int32_t readRecord(int64_t key, fundra::TMemory* out);
 

@@ -2,6 +2,9 @@
 // the store opens with exactly the saved content) or is refused with a code and a log line.
 #include <gtest/gtest.h>
 
+#include <cstdint>
+
+#include "platform/zelkor/vhd_db.h"
 #include "tests/storefile/support.h"
 
 using namespace storetest;
@@ -94,4 +97,46 @@ TEST(StoreFileDamage, AFlippedByteOrACutEndIsRefusedUnlessItHitUnusedSpace) {
   }
   std::printf("%d damaged files opened unharmed, %d refused\n", unharmed, refused);
   EXPECT_GT(refused, 50);
+}
+
+TEST(StoreFileDamage, ReadingRowsAheadChangesNoAnswerAndNoLogLine) {
+  // A big file's rows are read on a thread of their own while the loader places the rows before;
+  // here every file takes that path once, and must give what the loader stepping its own rows
+  // gives: the same code, the same log lines, the same content.
+  ScratchDir dir;
+  std::string path = dir.file("good.zst"), work = dir.file("bad.zst");
+  saveSample(path);
+  std::vector<uint8_t> good = readBytes(path);
+  std::mt19937 rng(23);
+  int refused = 0;
+  auto both = [&](const std::vector<uint8_t>& bytes, const std::string& what) {
+    writeBytes(work, bytes);
+    int32_t code[2];
+    Content found[2];
+    std::vector<std::string> lines[2];
+    for (int ahead = 0; ahead < 2; ++ahead) {
+      storefile::StoreDb::setParallelLoadFrom(ahead ? 0 : SIZE_MAX);
+      zelkor::LogCapture log;
+      code[ahead] = openAll(work, &found[ahead]);
+      for (const LogEntry& e : log.take()) lines[ahead].push_back(e.text);
+    }
+    EXPECT_EQ(code[0], code[1]) << what;
+    EXPECT_EQ(lines[0], lines[1]) << what;
+    EXPECT_TRUE(found[0] == found[1]) << what;
+    refused += code[0] != 0;
+  };
+  both(good, "the saved file");
+  for (int i = 0; i < 300; ++i) {
+    std::vector<uint8_t> bytes = good;
+    size_t at = rng() % bytes.size();
+    bytes[at] ^= uint8_t(1 + rng() % 255);
+    both(bytes, "byte " + std::to_string(at));
+  }
+  for (int i = 0; i < 30; ++i) {
+    size_t cut = rng() % good.size();
+    both(std::vector<uint8_t>(good.begin(), good.begin() + long(cut)),
+         "cut at " + std::to_string(cut));
+  }
+  storefile::StoreDb::setParallelLoadFrom(size_t(32) << 20);
+  EXPECT_GT(refused, 30);
 }

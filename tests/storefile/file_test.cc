@@ -72,8 +72,8 @@ TEST(StoreFile, ReopensWithExactlyTheSavedElementsAndRecordsAfterEverySave) {
   send(again, fc("Dspo"));
 }
 
-TEST(StoreFile, ABigStoreLoadsWhileItsMemoryIsFaultedInBesideTheLoad) {
-  // Big enough for the load to fault its room in from another thread.
+TEST(StoreFile, ABigStoreLoadsWithItsRowsReadAheadOnAnotherThread) {
+  // Big enough for the load to read its rows on a thread of their own.
   ScratchDir dir;
   std::string path = dir.file("big.zst");
   Model model;

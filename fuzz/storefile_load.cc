@@ -11,6 +11,7 @@
 #include "platform/zelkor/log.h"
 #include "platform/zelkor/recfile.h"
 #include "platform/zelkor/vhd.h"
+#include "platform/zelkor/vhd_db.h"
 #include "platform/zelkor/zelkor.h"
 
 using namespace zelkor;
@@ -24,6 +25,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::fwrite(data, 1, size, f);
   std::fclose(f);
 
+  // Inputs of odd length load with their rows read ahead on a thread, the path of big files.
+  storefile::StoreDb::setParallelLoadFrom(size % 2 ? 0 : size_t(32) << 20);
   Word h = send(ZelkorLookup(kVhdSig), fc("New "));
   send(h, fc("Setu"));
   fundra::ElementSpace* space = nullptr;

@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::fclose(f);
 
   // Inputs of odd length load with their rows read ahead on a thread, the path of big files.
-  storefile::StoreDb::setParallelLoadFrom(size % 2 ? 0 : size_t(32) << 20);
+  storefile::StoreDb::setParallelFrom(size % 2 ? 0 : size_t(32) << 20);
   Word h = send(ZelkorLookup(kVhdSig), fc("New "));
   send(h, fc("Setu"));
   fundra::ElementSpace* space = nullptr;

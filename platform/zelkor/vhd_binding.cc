@@ -20,6 +20,7 @@
 #include "platform/zelkor/log.h"
 #include "platform/zelkor/recfile.h"
 #include "platform/zelkor/vhd.h"
+#include "platform/zelkor/vhd_ahead.h"
 #include "platform/zelkor/vhd_db.h"
 
 namespace zelkor {
@@ -83,20 +84,34 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
   std::vector<std::pair<int32_t, uint64_t>> checks;
   if (!r) r = b->db.begin();
   if (!r) {
-    std::vector<uint8_t> body;
-    for (int32_t s : segs) {
-      uint64_t check = storefile::encodeSegment(*space, s, &body);
-      uint64_t old = size_t(s) < b->segChecks.size() ? b->segChecks[size_t(s)] : 0;
+    // A big save encodes its segments on a second thread while it writes the ones before; the
+    // space is only read until the loop ends. A body takes about 4 KiB.
+    struct Encoded {
+      int32_t s = 0;
+      uint64_t check = 0;
+      std::vector<uint8_t> body;
+    };
+    size_t next = 0;
+    storefile::Ahead<Encoded> encoded(
+        [&](Encoded* e) {
+          if (next == segs.size()) return false;
+          e->s = segs[next++];
+          e->check = storefile::encodeSegment(*space, e->s, &e->body);
+          return true;
+        },
+        segs.size() * 4096 >= storefile::StoreDb::parallelFrom());
+    while (const Encoded* e = encoded.Next()) {
+      uint64_t old = size_t(e->s) < b->segChecks.size() ? b->segChecks[size_t(e->s)] : 0;
       if (old) {
-        head.segmentDigest -= storefile::segmentDigest(s, old);
+        head.segmentDigest -= storefile::segmentDigest(e->s, old);
         head.segmentCount--;
       }
-      if (check) {
-        head.segmentDigest += storefile::segmentDigest(s, check);
+      if (e->check) {
+        head.segmentDigest += storefile::segmentDigest(e->s, e->check);
         head.segmentCount++;
       }
-      checks.push_back({s, check});
-      if ((r = b->db.putSegment(s, body)) != 0) break;
+      checks.push_back({e->s, e->check});
+      if ((r = b->db.putSegment(e->s, e->body)) != 0) break;
     }
   }
   if (!r) r = b->records.writeChanges(&head);

@@ -28,8 +28,8 @@ constexpr int32_t kApplicationId = 0x5A4F5645;  // "ZOVE" in the database header
 // save of a few changed elements journals and rewrites few pages.
 constexpr int kPageSize = 16384;
 constexpr int kBusyMs = 2000;
-// Loads of smaller files read their rows themselves: a thread costs more than it would save.
-size_t gParallelLoadFrom = size_t(32) << 20;
+// Smaller loads and saves do their work on one thread: a second costs more than it would save.
+size_t gParallelFrom = size_t(32) << 20;
 
 const char* const kSchema =
     "CREATE TABLE head (k INTEGER PRIMARY KEY, body BLOB NOT NULL);"
@@ -323,7 +323,8 @@ void StoreDb::close() {
   releaseLock();
 }
 
-void StoreDb::setParallelLoadFrom(size_t bytes) { gParallelLoadFrom = bytes; }
+void StoreDb::setParallelFrom(size_t bytes) { gParallelFrom = bytes; }
+size_t StoreDb::parallelFrom() { return gParallelFrom; }
 
 int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChecks,
                       const std::function<void(int64_t, int32_t, uint64_t)>& record) {
@@ -343,7 +344,7 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
       space->LmReserve(int32_t(std::min<int64_t>(head_.liveCount, fileBytes / 8)), fileBytes);
     }
     // A big load reads its rows on another core while it places the ones before.
-    bool parallel = fileBytes >= int64_t(gParallelLoadFrom);
+    bool parallel = fileBytes >= int64_t(gParallelFrom);
     rc = sqlite3_prepare_v2(db_, "SELECT id, body FROM seg", -1, &st, nullptr);
     int32_t segments = 0, elements = 0;
     uint64_t digest = 0;

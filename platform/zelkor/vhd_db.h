@@ -54,9 +54,11 @@ class StoreDb {
   // kVhdIoError.
   int32_t load(fundra::ElementSpace* space, std::vector<uint64_t>* segChecks,
                const std::function<void(int64_t key, int32_t size, uint64_t sum)>& record);
-  // Loads of files of at least this many bytes read their rows on a thread of their own
-  // (32 MiB unless set); tests set 0 to take that path always.
-  static void setParallelLoadFrom(size_t bytes);
+  // Loads of files, and saves of segments, of at least this many bytes use a second thread:
+  // a load reads its rows on it, a save encodes its segments on it (32 MiB unless set). Tests
+  // set 0 to take that path always.
+  static void setParallelFrom(size_t bytes);
+  static size_t parallelFrom();
   // Reads one record's bytes into out, checking them against their sum.
   int32_t readRecord(int64_t key, fundra::TMemory* out);
 

@@ -115,7 +115,7 @@ TEST(StoreFileDamage, ReadingRowsAheadChangesNoAnswerAndNoLogLine) {
     Content found[2];
     std::vector<std::string> lines[2];
     for (int ahead = 0; ahead < 2; ++ahead) {
-      storefile::StoreDb::setParallelLoadFrom(ahead ? 0 : SIZE_MAX);
+      storefile::StoreDb::setParallelFrom(ahead ? 0 : SIZE_MAX);
       zelkor::LogCapture log;
       code[ahead] = openAll(work, &found[ahead]);
       for (const LogEntry& e : log.take()) lines[ahead].push_back(e.text);
@@ -137,6 +137,6 @@ TEST(StoreFileDamage, ReadingRowsAheadChangesNoAnswerAndNoLogLine) {
     both(std::vector<uint8_t>(good.begin(), good.begin() + long(cut)),
          "cut at " + std::to_string(cut));
   }
-  storefile::StoreDb::setParallelLoadFrom(size_t(32) << 20);
+  storefile::StoreDb::setParallelFrom(size_t(32) << 20);
   EXPECT_GT(refused, 30);
 }

@@ -74,67 +74,74 @@ bool operator==(const Saved& a, const Saved& b) {
 }  // namespace
 
 TEST(StoreFileFaults, EveryFailingCallOfASaveLeavesTheLastSaveAndTheNextSaveSucceeds) {
-  ScratchDir dir;
-  std::string original = dir.file("a.zst"), path = dir.file("work.zst");
-  Saved first = makeFirstFile(original);
-  Saved second;
-  int64_t calls = 0;
-  {  // One run without faults to count the save's calls.
-    std::filesystem::copy_file(original, path);
-    int32_t code = 0;
-    Word h = openStore(path, VhdOpenMode::kReadWrite, &code);
-    ASSERT_EQ(code, 0);
-    second = first;
-    changeToSecond(h, &second);
-    IoFaults::failAt(0);
-    ASSERT_EQ(send(h, kHChg), 0);
-    calls = IoFaults::calls();
-    send(h, fc("Dspo"));
-    EXPECT_TRUE(readBack(path, &code) == second);
-    std::filesystem::remove(path);
-  }
-  ASSERT_GT(calls, 5);
-  zelkor::LogCapture quiet;
-  for (IoFaultKind kind : {IoFaultKind::kIoError, IoFaultKind::kDiskFull}) {
-    for (int64_t n = 1; n <= calls; ++n) {
-      SCOPED_TRACE("failing call " + std::to_string(n) +
-                   (kind == IoFaultKind::kDiskFull ? " (disk full)" : ""));
+  // Once on one thread, once with the save's segments encoded on a second (the path of big
+  // saves) and the opens' rows read on one.
+  for (size_t from : {SIZE_MAX, size_t(0)}) {
+    SCOPED_TRACE(from ? "one thread" : "two threads");
+    StoreDb::setParallelFrom(from);
+    ScratchDir dir;
+    std::string original = dir.file("a.zst"), path = dir.file("work.zst");
+    Saved first = makeFirstFile(original);
+    Saved second;
+    int64_t calls = 0;
+    {  // One run without faults to count the save's calls.
       std::filesystem::copy_file(original, path);
       int32_t code = 0;
       Word h = openStore(path, VhdOpenMode::kReadWrite, &code);
       ASSERT_EQ(code, 0);
-      Saved expect = first;
-      changeToSecond(h, &expect);
-      IoFaults::failAt(n, kind, kind == IoFaultKind::kDiskFull);
-      Word r = send(h, kHChg);
+      second = first;
+      changeToSecond(h, &second);
       IoFaults::failAt(0);
-      Saved found = readBack(path, &code);
-      if (r == 0) {
-        ASSERT_EQ(code, 0);
-        EXPECT_TRUE(found == expect);  // the failure hit a call SQLite could do without
-        send(h, fc("Dspo"));
-      } else if (n % 2) {
-        // A reader finds the last save, or is refused while the failed save's journal waits
-        // for a writer to roll it back.
-        if (code != kVhdBusy) {
-          EXPECT_TRUE(found == first) << code;
-        }
-        EXPECT_EQ(send(h, kHChg), 0);  // the held changes are written by the next save
-        EXPECT_TRUE(readBack(path, &code) == expect);
-        EXPECT_EQ(send(h, kHTsv), 0);
-        send(h, fc("Dspo"));
-      } else {
-        // The writer gives up; the next writer finds the last save.
-        send(h, fc("Dspo"));
-        Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
-        ASSERT_EQ(code, 0);
-        EXPECT_EQ(modelOf(*spaceOf(w)), first.elements);
-        EXPECT_EQ(recordsOf(w), first.records);
-        send(w, fc("Dspo"));
-      }
+      ASSERT_EQ(send(h, kHChg), 0);
+      calls = IoFaults::calls();
+      send(h, fc("Dspo"));
+      EXPECT_TRUE(readBack(path, &code) == second);
       std::filesystem::remove(path);
     }
+    ASSERT_GT(calls, 5);
+    zelkor::LogCapture quiet;
+    for (IoFaultKind kind : {IoFaultKind::kIoError, IoFaultKind::kDiskFull}) {
+      for (int64_t n = 1; n <= calls; ++n) {
+        SCOPED_TRACE("failing call " + std::to_string(n) +
+                     (kind == IoFaultKind::kDiskFull ? " (disk full)" : ""));
+        std::filesystem::copy_file(original, path);
+        int32_t code = 0;
+        Word h = openStore(path, VhdOpenMode::kReadWrite, &code);
+        ASSERT_EQ(code, 0);
+        Saved expect = first;
+        changeToSecond(h, &expect);
+        IoFaults::failAt(n, kind, kind == IoFaultKind::kDiskFull);
+        Word r = send(h, kHChg);
+        IoFaults::failAt(0);
+        Saved found = readBack(path, &code);
+        if (r == 0) {
+          ASSERT_EQ(code, 0);
+          EXPECT_TRUE(found == expect);  // the failure hit a call SQLite could do without
+          send(h, fc("Dspo"));
+        } else if (n % 2) {
+          // A reader finds the last save, or is refused while the failed save's journal waits
+          // for a writer to roll it back.
+          if (code != kVhdBusy) {
+            EXPECT_TRUE(found == first) << code;
+          }
+          EXPECT_EQ(send(h, kHChg), 0);  // the held changes are written by the next save
+          EXPECT_TRUE(readBack(path, &code) == expect);
+          EXPECT_EQ(send(h, kHTsv), 0);
+          send(h, fc("Dspo"));
+        } else {
+          // The writer gives up; the next writer finds the last save.
+          send(h, fc("Dspo"));
+          Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
+          ASSERT_EQ(code, 0);
+          EXPECT_EQ(modelOf(*spaceOf(w)), first.elements);
+          EXPECT_EQ(recordsOf(w), first.records);
+          send(w, fc("Dspo"));
+        }
+        std::filesystem::remove(path);
+      }
+    }
   }
+  StoreDb::setParallelFrom(size_t(32) << 20);
 }
 
 TEST(StoreFileFaults, EveryFailingCallOfAnOpenRefusesOrLoadsTheSavedState) {
@@ -146,7 +153,7 @@ TEST(StoreFileFaults, EveryFailingCallOfAnOpenRefusesOrLoadsTheSavedState) {
   const size_t modes[] = {SIZE_MAX, 0};
   int64_t calls = 0;
   for (size_t from : modes) {
-    StoreDb::setParallelLoadFrom(from);
+    StoreDb::setParallelFrom(from);
     IoFaults::failAt(0);
     int32_t code = 0;
     ASSERT_TRUE(readBack(path, &code) == first);
@@ -159,7 +166,7 @@ TEST(StoreFileFaults, EveryFailingCallOfAnOpenRefusesOrLoadsTheSavedState) {
     int32_t code[2];
     std::vector<std::string> lines[2];
     for (int ahead = 0; ahead < 2; ++ahead) {
-      StoreDb::setParallelLoadFrom(modes[ahead]);
+      StoreDb::setParallelFrom(modes[ahead]);
       zelkor::LogCapture log;
       IoFaults::failAt(n);
       Saved found = readBack(path, &code[ahead]);
@@ -173,7 +180,7 @@ TEST(StoreFileFaults, EveryFailingCallOfAnOpenRefusesOrLoadsTheSavedState) {
     EXPECT_EQ(code[0], code[1]);
     EXPECT_EQ(lines[0], lines[1]);
   }
-  StoreDb::setParallelLoadFrom(size_t(32) << 20);
+  StoreDb::setParallelFrom(size_t(32) << 20);
   int32_t code = 0;
   EXPECT_TRUE(readBack(path, &code) == first);
 }

@@ -3,14 +3,18 @@
 // A big load reads rows while it places the rows before; a big save encodes segments while it
 // writes the ones before. An Ahead<Item> calls `make` on a thread of its own to fill a ring of
 // kSlots items in order and hands them to its user in that order; `make` answers false when
-// there is nothing more. Without a thread (none wanted, one core, none could start) Next makes
-// each item itself. Either way the user sees the same items in the same order, so what a load or
-// a save reports does not depend on the thread.
+// there is nothing more. Without a thread (none wanted, one processor, none could start) Next
+// makes each item itself. Either way the user sees the same items in the same order, so what a
+// load or a save reports does not depend on the thread.
 //
 // Both sides wait by spinning, yielding now and then: items pass every few microseconds, far
 // too often to wake a sleeping thread each time. `make` must touch nothing the user changes
 // meanwhile.
 #pragma once
+
+#ifdef __linux__
+#include <sched.h>
+#endif
 
 #include <atomic>
 #include <cstddef>
@@ -21,6 +25,16 @@
 #include <vector>
 
 namespace zelkor::storefile {
+
+// Whether this process may run on more than one processor: two threads that wait for each other
+// by spinning need two.
+inline bool SeveralProcessors() {
+#ifdef __linux__
+  cpu_set_t set;
+  if (sched_getaffinity(0, sizeof set, &set) == 0) return CPU_COUNT(&set) > 1;
+#endif
+  return std::thread::hardware_concurrency() > 1;
+}
 
 // One turn of a wait: a pause, and every 64th turn a yield, so that the other threads run.
 inline void SpinTurn(unsigned* turns) {
@@ -39,7 +53,7 @@ class Ahead {
   static constexpr size_t kSlots = 64;
 
   Ahead(std::function<bool(Item*)> make, bool threaded) : make_(std::move(make)) {
-    if (!threaded || std::thread::hardware_concurrency() < 2) return;
+    if (!threaded || !SeveralProcessors()) return;
     try {
       slots_.resize(kSlots);
       thread_ = std::thread([this] { Run(); });

@@ -115,25 +115,28 @@ int32_t Exporter::step() {
       stack_.pop_back();
       return 0;
     }
-    Item it;
-    std::memcpy(&it, at(itemOffset(f)), sizeof it);
-    if (it.ref <= 0) {
-      if ((uint32_t(it.ref) & ~0xFFu) != kImmediate) {
+    // The item's words are read one by one: an Item copied out whole went through the stack,
+    // and reading its kind back from the wider store stalled.
+    static_assert(offsetof(Item, ref) == 0 && offsetof(Item, kind) == 4);
+    const int32_t item = itemOffset(f);
+    const int32_t ref = word(item);
+    if (ref <= 0) {
+      if ((uint32_t(ref) & ~0xFFu) != kImmediate) {
         fundra::Debug("zove", __LINE__);
         return kBadValueType;
       }
       ++f.item;
       continue;
     }
-    uint32_t type = it.kind & ~0xFFu;
+    uint32_t type = uint32_t(word(item + 4)) & ~0xFFu;
     if (type == kBlob || isListType(type)) {
-      int32_t size = space_.LmSize(it.ref);
+      int32_t size = space_.LmSize(ref);
       if (size < 0) return size;
       if (type != kBlob && size % 4 != 0) return kWrongKind;
-      int32_t o = append(space_.LmGet(it.ref), size);
+      int32_t o = append(space_.LmGet(ref), size);
       if (o < 0) return o;
       if (type == kBlob) {
-        setWord(itemOffset(f), nextIndex_++);
+        setWord(item, nextIndex_++);
         ++f.item;
       } else {
         f.list = o;
@@ -145,9 +148,9 @@ int32_t Exporter::step() {
       fundra::Debug("zove", __LINE__);
       return kBadRefType;
     }
-    int32_t index = appendDL(it.ref, &child);
+    int32_t index = appendDL(ref, &child);
     if (index < 0) return index;
-    setWord(itemOffset(f), index);
+    setWord(item, index);
     ++f.item;
   }
   stack_.emplace_back(child);

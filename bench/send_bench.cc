@@ -60,7 +60,6 @@ void BM_Send(benchmark::State& state) {
 }
 BENCHMARK(BM_Send);
 
-
 void BM_SendInherited(benchmark::State& state) {
   Object* o = leaf();
   Word w = 0;

@@ -46,7 +46,8 @@ constexpr Word TransThread = 0;
 
 struct TThread {
   // Runs a task now: sends `task` to the class object with (class, sig). Answers the answer.
-  static Word TaskCall(Word thread, Word transThread, FourCC kind, FourCC task, Word cls, FourCC sig);
+  static Word TaskCall(Word thread, Word transThread, FourCC kind, FourCC task, Word cls,
+                       FourCC sig);
   // Schedules `sel` to be sent to `target` when the boot is over (at once after it).
   static Word TaskSched(Word thread, Word target, FourCC sel);
 };

@@ -64,7 +64,8 @@ Msg makeMsgWords(std::index_sequence<I...>, FourCC sel, A... args) {
   Msg m;
   m.sel = sel;
   const __m128i zero = _mm_setzero_si128();
-  for (int k = 0; k < kMaxWords / 2; ++k) _mm_storeu_si128(reinterpret_cast<__m128i*>(m.w) + k, zero);
+  for (int k = 0; k < kMaxWords / 2; ++k)
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(m.w) + k, zero);
   ((m.w[I] = toWord(args)), ...);
   return m;
 }

@@ -59,8 +59,8 @@ struct ClassRec {
   uint32_t size;        // instance bytes this class adds
   uint32_t objectSize;  // bytes of a whole object of this class
   bool isMeta;
-  Object* classObject;  // for a class: its class object; for a metaclass: null
-  ClassRec* meta;       // for a class: its metaclass
+  Object* classObject;         // for a class: its class object; for a metaclass: null
+  ClassRec* meta;              // for a class: its metaclass
   std::vector<Handler> table;  // indexed by selector index; null where nothing answers
   std::vector<uint8_t> own;    // 1 where this class defined the handler itself
   std::vector<ClassRec*> subclasses;

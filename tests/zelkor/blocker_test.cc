@@ -1,10 +1,10 @@
+#include "platform/zelkor/blocker.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
 #include <vector>
-
-#include "platform/zelkor/blocker.h"
 
 using namespace zelkor;
 

@@ -20,13 +20,15 @@ Word started(Object*, const Msg& m) {
 // The start-up every class of a module runs: SubC, TaskCall (boot, clsc), Defn..., TaskSched.
 template <int Sig, int Super>
 void bootProc(Word bootWord, Word superclass) {
-  gSteps.push_back("boot " + fcString(Sig) + " under " + fcString(classOf(asObject(superclass))->sig));
+  gSteps.push_back("boot " + fcString(Sig) + " under " +
+                   fcString(classOf(asObject(superclass))->sig));
   EXPECT_EQ(classOf(asObject(superclass))->sig, FourCC(Super));
   Word cls = send(superclass, fc("SubC"), Sig, 1, 16);
   ASSERT_NE(cls, 0);
   Defn(classOf(asObject(cls))->meta, fc("clsc"), started);
   TThread::TaskCall(0, TransThread, fc("boot"), fc("clsc"), cls, Sig);
-  send(cls, fc("Defn"), fc("ping"), reinterpret_cast<Word>(+[](Object*, const Msg&) -> Word { return 1; }));
+  send(cls, fc("Defn"), fc("ping"),
+       reinterpret_cast<Word>(+[](Object*, const Msg&) -> Word { return 1; }));
   gBootWords.push_back(bootWord);
   TThread::TaskSched(0, bootWord, fc("Dspo"));
 }
@@ -48,9 +50,9 @@ TEST(Boot, ClassesBootUnderTheirSuperclassesAndRunTheStartUpSteps) {
   int count = ZelkorBoot();
   EXPECT_GE(count, 5);  // @roo, @vhd and the three classes of this test
   EXPECT_EQ(ZelkorBoot(), kAlreadyBooted);
-  std::vector<std::string> expected = {
-      "boot tTop under @roo", "clsc tTop", "boot tKid under tTop", "clsc tKid",
-      "boot tVh  under @vhd", "clsc tVh "};
+  std::vector<std::string> expected = {"boot tTop under @roo", "clsc tTop",
+                                       "boot tKid under tTop", "clsc tKid",
+                                       "boot tVh  under @vhd", "clsc tVh "};
   EXPECT_EQ(gSteps, expected);
   // Every boot word was disposed by its scheduled Dspo once the boot was over.
   for (Word w : gBootWords) EXPECT_FALSE(isLiveObject(w));

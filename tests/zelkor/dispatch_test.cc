@@ -75,7 +75,8 @@ TEST(Dispatch, LaterDefinitionsReachSubclassesThatInheritedThem) {
   Defn(gA, fc("late"), [](Object*, const Msg&) -> Word { return 9; });
   EXPECT_EQ(send(c, fc("late")), 8);
   // Defn as a message to the class object.
-  send(gC->classObject, fc("Defn"), fc("late"), reinterpret_cast<Word>(+[](Object*, const Msg&) -> Word { return 10; }));
+  send(gC->classObject, fc("Defn"), fc("late"),
+       reinterpret_cast<Word>(+[](Object*, const Msg&) -> Word { return 10; }));
   EXPECT_EQ(send(c, fc("late")), 10);
   send(c, fc("Dspo"));
 }

@@ -369,7 +369,8 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
       elements += seg.count;
       digest += segmentDigest(id, seg.check);
     }
-    if (rows) rc = rows->rc();
+    // The last step's answer once the rows ran out; after a fault the reader is stopped unread.
+    if (rows && !r) rc = rows->rc();
     rows.reset();  // the reading thread steps no further
     sqlite3_finalize(st);
     if (!r && rc != SQLITE_DONE) r = fail(rc, "vhdLoad");

@@ -24,7 +24,8 @@ class SegmentRows {
   SegmentRows(sqlite3_stmt* st, bool ahead);
 
   // The next row; its body (null for a null or empty blob) holds until the next call. False at
-  // the end, when rc() is the last step's answer (SQLITE_DONE or an error).
+  // the end, when rc() is the last step's answer (SQLITE_DONE or an error); rc() is not to be
+  // read before (the reading thread may be writing it).
   bool Next(int64_t* id, const uint8_t** body, size_t* size);
   int rc() const { return rc_; }
 

@@ -43,8 +43,8 @@ class Rows : public ::testing::Test {
   }
   void TearDown() override { sqlite3_close(db_); }
 
-  // Every row of sql, read with or without a thread; *rc gets the last step's answer. Stops
-  // after `most` rows.
+  // Every row of sql, read with or without a thread; *rc gets the last step's answer, or -1 when
+  // it stopped after `most` rows.
   std::vector<Row> read(const char* sql, bool ahead, int* rc, size_t most = SIZE_MAX) {
     sqlite3_stmt* st = nullptr;
     EXPECT_EQ(sqlite3_prepare_v2(db_, sql, -1, &st, nullptr), SQLITE_OK);
@@ -54,9 +54,10 @@ class Rows : public ::testing::Test {
       int64_t id;
       const uint8_t* body;
       size_t size;
-      while (rows.size() < most && source.Next(&id, &body, &size))
+      bool more = true;
+      while (rows.size() < most && (more = source.Next(&id, &body, &size)))
         rows.push_back(Row{id, body == nullptr, std::vector<uint8_t>(body, body + size)});
-      *rc = source.rc();
+      *rc = more ? -1 : source.rc();  // the last answer is there only once the rows ran out
     }
     sqlite3_finalize(st);
     return rows;

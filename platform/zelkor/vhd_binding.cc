@@ -92,15 +92,22 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
       std::vector<uint8_t> body;
     };
     size_t next = 0;
+    bool noRoom = false;  // set by the encoding side, read once the items ran out
     storefile::Ahead<Encoded> encoded(
         [&](Encoded* e) {
           if (next == segs.size()) return false;
           e->s = segs[next++];
-          e->check = storefile::encodeSegment(*space, e->s, &e->body);
+          try {
+            e->check = storefile::encodeSegment(*space, e->s, &e->body);
+          } catch (const std::bad_alloc&) {
+            noRoom = true;
+            return false;
+          }
           return true;
         },
         segs.size() * 4096 >= storefile::StoreDb::parallelFrom());
-    while (const Encoded* e = encoded.Next()) {
+    const Encoded* e;
+    while ((e = encoded.Next()) != nullptr) {
       uint64_t old = size_t(e->s) < b->segChecks.size() ? b->segChecks[size_t(e->s)] : 0;
       if (old) {
         head.segmentDigest -= storefile::segmentDigest(e->s, old);
@@ -113,6 +120,7 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
       checks.push_back({e->s, e->check});
       if ((r = b->db.putSegment(e->s, e->body)) != 0) break;
     }
+    if (!e && noRoom) r = fundra::kLmNoMemory;
   }
   if (!r) r = b->records.writeChanges(&head);
   if (!r) r = b->db.commit(head);

@@ -7,9 +7,9 @@
 // makes each item itself. Either way the user sees the same items in the same order, so what a
 // load or a save reports does not depend on the thread.
 //
-// Both sides wait by spinning, yielding now and then: items pass every few microseconds, far
-// too often to wake a sleeping thread each time. `make` must touch nothing the user changes
-// meanwhile.
+// The user waits by spinning, yielding now and then: items pass every few microseconds, far
+// too often to wake a sleeping thread each time. The making side, when it is a full ring ahead,
+// naps. `make` must touch nothing the user changes meanwhile.
 #pragma once
 
 #ifdef __linux__
@@ -17,6 +17,7 @@
 #endif
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -45,6 +46,16 @@ inline void SpinTurn(unsigned* turns) {
     __builtin_ia32_pause();
 #endif
   }
+}
+
+// A turn of the making side's wait for room. It is ahead, so after a short spin it sleeps in
+// short naps instead of holding a core for the whole load or save: the ring holds far more
+// than a nap's worth of items.
+inline void NapTurn(unsigned* turns) {
+  if (*turns < 256)
+    SpinTurn(turns);
+  else
+    std::this_thread::sleep_for(std::chrono::microseconds(20));
 }
 
 template <class Item>
@@ -95,7 +106,7 @@ class Ahead {
       unsigned turns = 0;
       while (n - released_.load(std::memory_order_acquire) >= kSlots) {  // the ring is full
         if (stop_.load(std::memory_order_relaxed)) return;
-        SpinTurn(&turns);
+        NapTurn(&turns);
       }
       if (stop_.load(std::memory_order_relaxed)) return;
       if (!make_(&slots_[n % kSlots])) {

@@ -80,8 +80,6 @@ class Ahead {
   Ahead(const Ahead&) = delete;
   Ahead& operator=(const Ahead&) = delete;
 
-  bool Threaded() const { return thread_.joinable(); }
-
   // The next item, the user's until the next call; null at the end.
   Item* Next() {
     if (!thread_.joinable()) return make_(&only_) ? &only_ : nullptr;

@@ -285,14 +285,17 @@ class ElementSpace {
   bool touchedDense_ = false;
   bool touchedAll_ = false;
   void TouchSlow(int32_t n);
-  std::vector<int32_t> TouchedAscending();
+  template <typename Visit>
+  void ForTouched(Visit visit);
 #ifdef ZOVE_CHECKED
   void AuditUntouched() const;
   void AuditSum(int32_t n, uint64_t sum);
   std::vector<uint64_t> auditSums_;  // the sums handed_ lacks, for the audit only
 #endif
-  // (number, sum or 0 when not live) for every number the last LmChanges compared.
-  std::vector<std::pair<int32_t, uint64_t>> pending_;
+  // What the last LmChanges found, for LmHandedOver: added numbers (n) and removed ones (-n),
+  // which keep no sum, and changed numbers with their new sums.
+  std::vector<int32_t> pendingMarks_;
+  std::vector<std::pair<int32_t, uint64_t>> pendingSums_;
   bool pendingValid_ = false;
   std::vector<std::string> loadFaults_;
 };

@@ -93,45 +93,52 @@ void ElementSpace::TouchSlow(int32_t n) {
   std::vector<int32_t>().swap(touched_);
 }
 
-// The touched numbers, ascending: from the bits when they are dense, else the sorted list.
-std::vector<int32_t> ElementSpace::TouchedAscending() {
-  std::vector<int32_t> out;
+// Calls visit(n) for every touched number, ascending: from the bits when they are dense, else
+// from the sorted list.
+template <typename Visit>
+void ElementSpace::ForTouched(Visit visit) {
   if (touchedAll_) {
     size_t end = std::max({handed_.size(), slots_.size(), unsummed_.size() * 64});
-    out.reserve(end);
-    for (size_t n = 1; n < end; ++n) out.push_back(int32_t(n));
+    for (size_t n = 1; n < end; ++n) visit(n);
   } else if (touchedDense_) {
     for (size_t w = 0; w < touchedBits_.size(); ++w)
       for (uint64_t bits = touchedBits_[w]; bits; bits &= bits - 1)
-        out.push_back(int32_t(w * 64 + size_t(__builtin_ctzll(bits))));
+        visit(w * 64 + size_t(__builtin_ctzll(bits)));
   } else {
-    out = touched_;
-    std::sort(out.begin(), out.end());
+    std::sort(touched_.begin(), touched_.end());
+    for (int32_t n : touched_) visit(size_t(n));
   }
-  return out;
 }
 
 LmDelta ElementSpace::LmChanges() {
   LmDelta d;
-  std::vector<int32_t> numbers = TouchedAscending();
-  pending_.clear();
-  pending_.reserve(numbers.size());
-  for (int32_t n : numbers) {
-    uint64_t was = HandedOf(size_t(n));
-    bool live = size_t(n) < slots_.size() && slots_[size_t(n)].at;
-    // A new element is saved whatever its bytes, so its sum waits until it is touched again.
-    uint64_t now = !live  ? 0
-                   : !was ? kUnsummed
-                          : Kept(LmSum(slots_[size_t(n)].at, slots_[size_t(n)].size));
-    pending_.push_back({n, now});
-    if (!live) {
-      if (was) d.removed.push_back(n);
-    } else if (!was) {
-      d.added.push_back(n);
-    } else if (was != now) {  // always so for an element handed over unsummed
-      d.changed.push_back(n);
-    }
+  pendingMarks_.clear();
+  pendingSums_.clear();
+  // Most touched numbers of a big hand-over are new: room for all of them up front saves the
+  // copies and fresh pages of growing one by one.
+  if (touchedDense_ && !touchedAll_) {
+    size_t touched = 0;
+    for (uint64_t bits : touchedBits_) touched += size_t(__builtin_popcountll(bits));
+    d.added.reserve(touched);
+    pendingMarks_.reserve(touched);
   }
+  ForTouched([&](size_t n) {
+    uint64_t was = HandedOf(n);
+    bool live = n < slots_.size() && slots_[n].at;
+    if (!live) {
+      if (was) {
+        d.removed.push_back(int32_t(n));
+        pendingMarks_.push_back(-int32_t(n));
+      }
+    } else if (!was) {
+      // A new element is saved whatever its bytes, so its sum waits until it is touched again.
+      d.added.push_back(int32_t(n));
+      pendingMarks_.push_back(int32_t(n));
+    } else if (uint64_t now = Kept(LmSum(slots_[n].at, slots_[n].size)); now != was) {
+      d.changed.push_back(int32_t(n));  // always so for an element handed over unsummed
+      pendingSums_.push_back({int32_t(n), now});
+    }
+  });
   pendingValid_ = true;
 #ifdef ZOVE_CHECKED
   AuditUntouched();
@@ -166,17 +173,19 @@ void ElementSpace::AuditSum(int32_t n, uint64_t sum) {
 
 void ElementSpace::LmHandedOver() {
   if (!pendingValid_) LmChanges();
-  for (const auto& [n, sum] : pending_) {
-    SetHanded(size_t(n), sum);
+  for (int32_t m : pendingMarks_) {
+    size_t n = size_t(m < 0 ? -m : m);
+    SetHanded(n, m < 0 ? 0 : kUnsummed);
 #ifdef ZOVE_CHECKED
-    if (sum == kUnsummed) AuditSum(n, LmSumOf(n));
+    if (m > 0) AuditSum(m, LmSumOf(m));
 #endif
   }
+  for (const auto& [n, sum] : pendingSums_) SetHanded(size_t(n), sum);
   // Numbers above the table were handed over as removed: nothing to remember for them.
   if (handed_.size() > slots_.size()) handed_.resize(slots_.size());
   if (unsummed_.size() > slots_.size() / 64 + 1) unsummed_.resize(slots_.size() / 64 + 1);
-  pending_.clear();
-  pending_.shrink_to_fit();
+  std::vector<int32_t>().swap(pendingMarks_);
+  std::vector<std::pair<int32_t, uint64_t>>().swap(pendingSums_);
   pendingValid_ = false;
   // Addresses may be held across a save while the space is locked: keep their numbers touched.
   if (lockDepth_ > 0) return;

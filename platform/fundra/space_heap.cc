@@ -177,7 +177,8 @@ int64_t ElementSpace::LmTableBytes() const {
   return int64_t(
       slots_.capacity() * sizeof(Slot) + marks_.capacity() +
       freeBits_.capacity() * sizeof(uint64_t) + handed_.capacity() * sizeof(uint64_t) +
-      unsummed_.capacity() * sizeof(uint64_t) + pending_.capacity() * sizeof(pending_[0]) +
+      unsummed_.capacity() * sizeof(uint64_t) + pendingMarks_.capacity() * sizeof(int32_t) +
+      pendingSums_.capacity() * sizeof(pendingSums_[0]) +
       touchedBits_.capacity() * sizeof(uint64_t) + touched_.capacity() * sizeof(int32_t));
 }
 

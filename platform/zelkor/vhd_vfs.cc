@@ -39,17 +39,20 @@ int fault(int ioerr, bool isWrite) {
 }
 
 // A rollback journal is written as many small appends (a page number, a page, a checksum, for
-// every page a save changes). The layer gathers appends that follow each other and passes them
-// on in one write before anything else touches the file: a sync, a read, a truncation, a size
-// query, a write elsewhere, a close. Nothing a sync makes durable changes; SQLite touches the
-// database file only after it has synced the journal.
-constexpr int kJournalBuffer = 1 << 20;
+// every page a save changes), and a big save writes the database's pages one after another. The
+// layer gathers writes that follow each other and passes them on in writes of 64 KiB before
+// anything else touches the file: a sync, a read, a truncation, a size query, a write elsewhere,
+// an unlock, a close. The system takes large writes at far less cost per byte than page-sized
+// ones. Nothing a sync makes durable changes: a process killed with writes still gathered is a
+// process killed before it made them, and SQLite touches the database file only after it has
+// synced the journal.
+constexpr int kGatherBuffer = 1 << 20;
 constexpr int kMostPerWrite = 64 << 10;
 
 struct ShimFile {
   sqlite3_file base;  // methods = &kShimMethods
   sqlite3_file* real;
-  uint8_t* pending;  // a journal's gathered appends (null for other files)
+  uint8_t* pending;  // gathered writes (null for files read only)
   sqlite3_int64 pendingAt;
   int pendingBytes;
 };
@@ -59,7 +62,7 @@ sqlite3_vfs gShim;
 
 sqlite3_file* real(sqlite3_file* f) { return reinterpret_cast<ShimFile*>(f)->real; }
 
-// Passes a journal's gathered appends on; answers the write's code.
+// Passes the gathered writes on; answers the write's code.
 int flush(sqlite3_file* f) {
   auto* shim = reinterpret_cast<ShimFile*>(f);
   if (shim->pendingBytes == 0) return SQLITE_OK;
@@ -91,9 +94,9 @@ int shimWrite(sqlite3_file* f, const void* p, int n, sqlite3_int64 at) {
   if (int r = fault(SQLITE_IOERR_WRITE, true)) return r;
   faults().written += n;
   auto* shim = reinterpret_cast<ShimFile*>(f);
-  if (shim->pending && n <= kJournalBuffer) {
+  if (shim->pending && n <= kGatherBuffer) {
     if (shim->pendingBytes > 0 &&
-        (at != shim->pendingAt + shim->pendingBytes || shim->pendingBytes + n > kJournalBuffer)) {
+        (at != shim->pendingAt + shim->pendingBytes || shim->pendingBytes + n > kGatherBuffer)) {
       if (int r = flush(f)) return r;
     }
     if (shim->pendingBytes == 0) shim->pendingAt = at;
@@ -119,7 +122,10 @@ int shimFileSize(sqlite3_file* f, sqlite3_int64* size) {
   return real(f)->pMethods->xFileSize(real(f), size);
 }
 int shimLock(sqlite3_file* f, int l) { return real(f)->pMethods->xLock(real(f), l); }
-int shimUnlock(sqlite3_file* f, int l) { return real(f)->pMethods->xUnlock(real(f), l); }
+int shimUnlock(sqlite3_file* f, int l) {
+  if (int r = flush(f)) return r;
+  return real(f)->pMethods->xUnlock(real(f), l);
+}
 int shimCheckReserved(sqlite3_file* f, int* out) {
   return real(f)->pMethods->xCheckReservedLock(real(f), out);
 }
@@ -181,9 +187,10 @@ int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, in
     sqlite3_free(shim->real);
     return r;
   }
-  // Without the memory the journal is simply written as SQLite writes it.
-  if (flags & SQLITE_OPEN_MAIN_JOURNAL)
-    shim->pending = static_cast<uint8_t*>(sqlite3_malloc(kJournalBuffer));
+  // Without the memory the file is simply written as SQLite writes it.
+  if ((flags & SQLITE_OPEN_MAIN_JOURNAL) ||
+      ((flags & SQLITE_OPEN_MAIN_DB) && (flags & SQLITE_OPEN_READWRITE)))
+    shim->pending = static_cast<uint8_t*>(sqlite3_malloc(kGatherBuffer));
   shim->base.pMethods = &kShimMethods;
   return SQLITE_OK;
 }

@@ -85,7 +85,8 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
   if (!r) r = b->db.begin();
   if (!r) {
     // A big save encodes its segments on a second thread while it writes the ones before; the
-    // space is only read until the loop ends. A body takes about 4 KiB.
+    // space is only read until the loop ends. A body takes about 4 KiB. The same thread asks for
+    // the write-out of a new file's pages, which may wait for the disk.
     struct Encoded {
       int32_t s = 0;
       uint64_t check = 0;
@@ -95,6 +96,7 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
     bool noRoom = false;  // set by the encoding side, read once the items ran out
     storefile::Ahead<Encoded> encoded(
         [&](Encoded* e) {
+          b->db.writeBehind();
           if (next == segs.size()) return false;
           e->s = segs[next++];
           try {

@@ -451,17 +451,22 @@ int32_t StoreDb::putSegment(int32_t s, const std::vector<uint8_t>& body) {
   int rc = sqlite3_step(st);
   sqlite3_reset(st);
   if (rc != SQLITE_DONE) return fail(rc, "vhdSave");
-#ifdef __linux__
-  // A new file's first save spills its pages to the file as SQLite's cache fills (see
-  // openDatabase). Asking the kernel to start writing them out now, a few megabytes at a time,
-  // lets the disk work while the save goes on, so the closing sync has little left to wait for.
-  // Only a hint: it changes nothing that is written, and its failure is no failure of the save.
-  if (!finalPath_.empty() && lockFd_ >= 0 && (unflushed_ += int64_t(body.size())) >= kFlushEvery) {
-    sync_file_range(lockFd_, 0, 0, SYNC_FILE_RANGE_WRITE);
-    unflushed_ = 0;
-  }
-#endif
+  if (!finalPath_.empty()) unflushed_.fetch_add(int64_t(body.size()), std::memory_order_relaxed);
   return 0;
+}
+
+// A new file's first save spills its pages to the file as SQLite's cache fills (see
+// openDatabase). Asking the kernel to start writing them out now, a few megabytes at a time, lets
+// the disk work while the save goes on, so the closing sync has little left to wait for. Only a
+// hint: it changes nothing that is written, and its failure is no failure of the save. The
+// request can block while the disk is busy, so a save with a second thread makes it there.
+void StoreDb::writeBehind() {
+#ifdef __linux__
+  int64_t put = unflushed_.load(std::memory_order_relaxed);
+  if (finalPath_.empty() || lockFd_ < 0 || put < kFlushEvery) return;
+  unflushed_.fetch_sub(put, std::memory_order_relaxed);
+  sync_file_range(lockFd_, 0, 0, SYNC_FILE_RANGE_WRITE);
+#endif
 }
 
 int32_t StoreDb::putRecord(int64_t key, const uint8_t* bytes, int32_t size, uint64_t sum) {

@@ -12,6 +12,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -67,6 +68,9 @@ class StoreDb {
   // before begin.
   int32_t begin();
   int32_t putSegment(int32_t s, const std::vector<uint8_t>& body);  // empty body: delete the row
+  // While a new file's first save goes on, the saver calls this now and then, from any thread:
+  // every few megabytes put, it asks the kernel to start writing the file's pages out.
+  void writeBehind();
   int32_t putRecord(int64_t key, const uint8_t* bytes, int32_t size, uint64_t sum);
   int32_t deleteRecord(int64_t key);
   int32_t commit(const Head& head);
@@ -93,7 +97,7 @@ class StoreDb {
   bool readOnly_ = false;
   int lockFd_ = -1;
   static constexpr int64_t kFlushEvery = int64_t(8) << 20;
-  int64_t unflushed_ = 0;  // segment bytes put since the last write-out request
+  std::atomic<int64_t> unflushed_{0};  // segment bytes put since the last write-out request
   uint64_t dev_ = 0, ino_ = 0;
   Head head_;
   sqlite3_stmt* putSeg_ = nullptr;

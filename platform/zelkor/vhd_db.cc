@@ -152,7 +152,8 @@ int32_t StoreDb::openDatabase(bool creating) {
     return exec(pragmas.c_str(), "vhdCreate");
   }
   return exec(
-      "PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA; PRAGMA cache_size=-32768;"
+      "PRAGMA journal_mode=PERSIST; PRAGMA journal_size_limit=4194304;"
+      " PRAGMA synchronous=EXTRA; PRAGMA cache_size=-32768;"
       "PRAGMA temp_store=MEMORY;",
       "vhdOpen");
 }
@@ -220,6 +221,9 @@ int32_t StoreDb::publish() {
   ::unlink(path_.c_str());
   path_ = finalPath_;
   finalPath_.clear();
+  // A journal left at this path belongs to no database now (the link found none): were it hot,
+  // the first writer would roll another store's pages into this one.
+  ::unlink((path_ + "-journal").c_str());
   std::string folder = path_.substr(0, path_.find_last_of('/') + 1);
   int dir = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (dir < 0 || ::fsync(dir) != 0) r = kVhdIoError;

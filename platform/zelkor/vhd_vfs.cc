@@ -7,6 +7,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <mutex>
@@ -49,12 +50,22 @@ int fault(int ioerr, bool isWrite) {
 constexpr int kGatherBuffer = 1 << 20;
 constexpr int kMostPerWrite = 64 << 10;
 
+// A persistent rollback journal commits a save by zeroing its header: from that write on the
+// journal is no longer hot, and the database file holds the new save. SQLite then syncs the
+// journal; if that sync fails, the save answers a failure, so the layer writes the header back,
+// and the journal is hot again: the next writer rolls the file back to the save before, as for
+// any failed save. The layer follows the header's bytes through every write for that.
+constexpr int kJournalHeader = 28;
+
 struct ShimFile {
   sqlite3_file base;  // methods = &kShimMethods
   sqlite3_file* real;
   uint8_t* pending;  // gathered writes (null for files read only)
   sqlite3_int64 pendingAt;
   int pendingBytes;
+  bool journal;
+  bool headerZeroed;               // the last write of the header zeroed it
+  uint8_t header[kJournalHeader];  // the header as last written with content
 };
 
 sqlite3_vfs* gReal = nullptr;
@@ -90,10 +101,24 @@ int shimRead(sqlite3_file* f, void* p, int n, sqlite3_int64 at) {
   if (int r = flush(f)) return r;
   return real(f)->pMethods->xRead(real(f), p, n, at);
 }
+// Follows the journal header through a write that was let through.
+void followHeader(ShimFile* shim, const uint8_t* p, int n, sqlite3_int64 at) {
+  if (!shim->journal || at >= kJournalHeader) return;
+  static const uint8_t kZeros[kJournalHeader] = {};
+  if (at == 0 && n == kJournalHeader && std::memcmp(p, kZeros, kJournalHeader) == 0) {
+    shim->headerZeroed = true;
+    return;
+  }
+  shim->headerZeroed = false;
+  int from = int(at), to = std::min<sqlite3_int64>(at + n, kJournalHeader);
+  std::memcpy(shim->header + from, p, size_t(to - from));
+}
+
 int shimWrite(sqlite3_file* f, const void* p, int n, sqlite3_int64 at) {
   if (int r = fault(SQLITE_IOERR_WRITE, true)) return r;
   faults().written += n;
   auto* shim = reinterpret_cast<ShimFile*>(f);
+  followHeader(shim, static_cast<const uint8_t*>(p), n, at);
   if (shim->pending && n <= kGatherBuffer) {
     if (shim->pendingBytes > 0 &&
         (at != shim->pendingAt + shim->pendingBytes || shim->pendingBytes + n > kGatherBuffer)) {
@@ -113,9 +138,18 @@ int shimTruncate(sqlite3_file* f, sqlite3_int64 size) {
   return real(f)->pMethods->xTruncate(real(f), size);
 }
 int shimSync(sqlite3_file* f, int flags) {
-  if (int r = fault(SQLITE_IOERR_FSYNC, false)) return r;
-  if (int r = flush(f)) return r;
-  return real(f)->pMethods->xSync(real(f), flags);
+  int r = fault(SQLITE_IOERR_FSYNC, false);
+  if (!r) r = flush(f);
+  if (!r) r = real(f)->pMethods->xSync(real(f), flags);
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  if (r && shim->headerZeroed) {
+    // The commit's sync failed: make the journal hot again (see kJournalHeader), after the
+    // zeroing write if it is still gathered.
+    shim->headerZeroed = false;
+    flush(f);
+    real(f)->pMethods->xWrite(real(f), shim->header, kJournalHeader, 0);
+  }
+  return r;
 }
 int shimFileSize(sqlite3_file* f, sqlite3_int64* size) {
   if (int r = flush(f)) return r;
@@ -178,6 +212,9 @@ int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, in
   shim->base.pMethods = nullptr;
   shim->pending = nullptr;
   shim->pendingBytes = 0;
+  shim->journal = (flags & SQLITE_OPEN_MAIN_JOURNAL) != 0;
+  shim->headerZeroed = false;
+  std::memset(shim->header, 0, sizeof shim->header);
   shim->real = static_cast<sqlite3_file*>(sqlite3_malloc(gReal->szOsFile));
   if (!shim->real) return SQLITE_NOMEM;
   shim->real->pMethods = nullptr;

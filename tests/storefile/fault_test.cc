@@ -220,3 +220,47 @@ TEST(StoreFileFaults, ACreationThatFailsLeavesNoFileBehind) {
     EXPECT_TRUE(std::filesystem::is_empty(dir.file(""))) << "a half-made file was left";
   }
 }
+
+TEST(StoreFileFaults, AJournalLeftAtAPathIsNotTakenForANewStoreMadeThere) {
+  ScratchDir dir;
+  std::string old = dir.file("old.zst"), path = dir.file("new.zst");
+  makeFirstFile(old);
+  // A save whose last two calls (clearing the journal's header, syncing it) and all after them
+  // fail leaves the new pages in the file and its journal hot, as a writer killed there would.
+  // The same save on a copy counts its calls.
+  std::filesystem::copy_file(old, old + ".copy");
+  int32_t code = 0;
+  Saved second;
+  Word probe = openStore(old + ".copy", VhdOpenMode::kReadWrite, &code);
+  changeToSecond(probe, &second);
+  IoFaults::failAt(0);
+  ASSERT_EQ(send(probe, kHChg), 0);
+  int64_t calls = IoFaults::calls();
+  send(probe, fc("Dspo"));
+  Word h = openStore(old, VhdOpenMode::kReadWrite, &code);
+  ASSERT_EQ(code, 0);
+  changeToSecond(h, &second);
+  zelkor::LogCapture quiet;
+  IoFaults::failAt(calls - 1, IoFaultKind::kIoError, true);
+  ASSERT_NE(send(h, kHChg), 0);
+  std::vector<uint8_t> journal = readBytes(old + "-journal");
+  ASSERT_GE(journal.size(), 28u);
+  ASSERT_NE(std::vector<uint8_t>(journal.begin(), journal.begin() + 28), std::vector<uint8_t>(28))
+      << "the journal is not hot";
+  writeBytes(path + "-journal", journal);
+  IoFaults::failAt(0);
+  send(h, fc("Dspo"));
+
+  Saved made;
+  Word n = newHandle();
+  send(n, kHNew, 0, 3);
+  std::mt19937 rng(41);
+  for (int32_t e = 1; e <= 200; ++e) put(spaceOf(n), &made.elements, e, randomBytes(rng, 90));
+  ASSERT_EQ(vhdCreateFile(n, path), 0);
+  send(n, fc("Dspo"));
+  Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
+  ASSERT_EQ(code, 0);
+  EXPECT_EQ(modelOf(*spaceOf(w)), made.elements);
+  EXPECT_EQ(send(w, kHTsv), 0);
+  send(w, fc("Dspo"));
+}

@@ -1,8 +1,9 @@
 // The store file as a database: opening, the writer lock, loading and the save transaction.
 //
-// Durability: the database keeps a rollback journal (journal_mode DELETE) with synchronous EXTRA,
-// so a save that answered 0 survives a crash of the process and a power cut, and a save that was
-// interrupted leaves the file as of the save before (the next writer rolls the journal back).
+// Durability: the database keeps a rollback journal (journal_mode PERSIST: a save commits by
+// clearing its header) with synchronous EXTRA, so a save that answered 0 survives a crash of the
+// process and a power cut, and a save that was interrupted or failed leaves the file as of the
+// save before (the next writer rolls the journal back; see vhd_vfs.cc for a failing last sync).
 //
 // Locking: a read-write StoreDb holds an exclusive flock on the database file for as long as it
 // is open, so a second writer (in another process or, through the table of files this process

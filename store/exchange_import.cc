@@ -234,36 +234,26 @@ int32_t build(fundra::ElementSpace* space, int32_t target, const uint8_t* bytes,
 
   // Each record is copied and its references turned into numbers while its bytes are at hand.
   // A blob item's ref is its record's index, like a handle's; a list item's is set by its list,
-  // which comes after the DL. Fields are read from the stream, not from the copy: reading the
-  // copy back waited for its stores.
+  // which comes after the DL.
   const uint8_t* rec = bytes + fundra::kPersistBytes;
   auto list = p.lists().begin();
-  auto put = [](uint8_t* to, int32_t w) { std::memcpy(to, &w, 4); };
   for (size_t i = 0; i < records; ++i) {
-    const uint8_t* src = rec + 4;
-    uint8_t* dst = at[i];
-    std::memcpy(dst, src, size_t(sizes[i]));
-    rec = src + sizes[i];
+    rec += 4;
+    std::memcpy(at[i], rec, size_t(sizes[i]));
+    rec += sizes[i];
     if (kinds[i] == RecKind::kDL) {
-      static_assert(offsetof(DLHead, flags) == 4 && offsetof(DLHead, dataSize) == 12 &&
-                    offsetof(DLHead, count) == 16 && offsetof(Item, kind) == 4);
-      uint16_t flags;
-      std::memcpy(&flags, src + 4, 2);
-      flags = uint16_t((flags & ~kKeptFlag) | (i == 0 ? targetKept : 0));
-      std::memcpy(dst + 4, &flags, 2);
-      int32_t itemsAt = kHeadBytes + int32_t(word(src + 12)), count = int32_t(word(src + 16));
-      for (int32_t k = 0; k < count; ++k) {
-        const uint8_t* item = src + itemsAt + kItemBytes * k;
-        int32_t ref = int32_t(word(item));
-        if (ref > 0 && !isListType(word(item + 4) & ~0xFFu))
-          put(dst + itemsAt + kItemBytes * k, dlNumber[size_t(ref)]);
-      }
+      auto* head = reinterpret_cast<DLHead*>(at[i]);
+      head->flags = uint16_t((head->flags & ~kKeptFlag) | (i == 0 ? targetKept : 0));
+      auto* items = reinterpret_cast<Item*>(at[i] + kHeadBytes + head->dataSize);
+      for (int32_t k = 0; k < head->count; ++k)
+        if (items[k].ref > 0 && !isListType(items[k].kind & ~0xFFu))
+          items[k].ref = dlNumber[size_t(items[k].ref)];
     } else if (kinds[i] == RecKind::kList) {
       uint8_t* parent = at[size_t(list->parent)];
       auto* head = reinterpret_cast<DLHead*>(parent);
-      put(parent + kHeadBytes + head->dataSize + kItemBytes * list->item, number[i]);
-      for (int32_t k = 0; k < sizes[i] / 4; ++k)
-        put(dst + 4 * k, dlNumber[size_t(word(src + 4 * k))]);
+      reinterpret_cast<Item*>(parent + kHeadBytes + head->dataSize)[list->item].ref = number[i];
+      auto* elems = reinterpret_cast<int32_t*>(at[i]);
+      for (int32_t k = 0; k < sizes[i] / 4; ++k) elems[k] = dlNumber[size_t(elems[k])];
       ++list;
     }
   }

@@ -28,34 +28,32 @@ class Exporter {
   int32_t run(int32_t top);
 
  private:
-  // A DL record whose items are being walked. Items and list elements are read from the space:
-  // their copies in the stream were just written, and reading them back waited for those
-  // stores. Indices are written into the copies, by offset, as the stream moves when it grows.
-  // Built in place (emplace_back): a pushed temporary was copied whole through the stack.
+  // A DL record whose items are being walked. Offsets into the stream, which moves as it grows.
+  // Built in place (emplace_back): a pushed temporary was copied whole through the stack, a
+  // stalled load on every push.
   struct Frame {
-    Frame(const uint8_t* items, int32_t count, int32_t out)
-        : items(items), count(count), out(out) {}
-    const uint8_t* items;           // the DL's items in the space
-    int32_t count;                  // how many
-    int32_t out;                    // offset of the first item of its record in the stream
-    int32_t item = 0;               // the item being walked
-    const uint8_t* list = nullptr;  // the list walked for that item, in the space, or null
-    int32_t listOut = 0;            // offset of that list's record bytes in the stream
-    int32_t listCount = 0;          // its elements
-    int32_t elem = 0;               // the next element
+    explicit Frame(int32_t record) : dl(record) {}
+    int32_t dl;         // offset of the DL record's bytes
+    int32_t item = 0;   // the item being walked
+    int32_t list = -1;  // offset of the list record being walked for that item, or -1
+    int32_t elem = 0;   // the next element of that list
   };
 
   int32_t append(const uint8_t* bytes, int32_t n);
-  int32_t appendDL(int32_t dl, bool* added);
+  int32_t appendDL(int32_t dl, int32_t* offset);
   int32_t step();
   uint8_t* at(int32_t offset) { return out_->MemPtr() + offset; }
-  // Records follow each other without padding, so words are read and written unaligned.
-  static int32_t load(const uint8_t* p) {
+  // Records follow each other without padding, so stream words are read and written unaligned.
+  int32_t word(int32_t offset) {
     int32_t w;
-    std::memcpy(&w, p, 4);
+    std::memcpy(&w, at(offset), 4);
     return w;
   }
   void setWord(int32_t offset, int32_t w) { std::memcpy(at(offset), &w, 4); }
+  // Offset of the item being walked in a DL record.
+  int32_t itemOffset(const Frame& f) {
+    return f.dl + kHeadBytes + word(f.dl + offsetof(DLHead, dataSize)) + kItemBytes * f.item;
+  }
 
   const fundra::ElementSpace& space_;
   fundra::TMemory* out_;
@@ -71,8 +69,7 @@ int32_t Exporter::append(const uint8_t* bytes, int32_t n) {
   int64_t end = int64_t(used_) + 4 + n;
   if (end > INT32_MAX - 4096) return fundra::kMemNoMemory;
   if (end > out_->GetSize()) {
-    // Every byte up to the final size is written by an append.
-    if (int32_t r = out_->SetSize(int32_t(end) + 4096, fundra::kMemNoFill); r != 0) return r;
+    if (int32_t r = out_->SetSize(int32_t(end) + 4096); r != 0) return r;
   }
   std::memcpy(at(used_), &n, 4);
   if (n > 0) std::memcpy(at(used_ + 4), bytes, size_t(n));
@@ -81,9 +78,10 @@ int32_t Exporter::append(const uint8_t* bytes, int32_t n) {
   return offset;
 }
 
-// The index of dl. A DL without a record yet gets one and a frame on the stack (*added), and
-// the caller walks its items next.
-int32_t Exporter::appendDL(int32_t dl, bool* added) {
+// The index of dl. A DL without a record yet gets one: *offset is then its bytes' offset (else
+// -1), and the caller walks its items next.
+int32_t Exporter::appendDL(int32_t dl, int32_t* offset) {
+  *offset = -1;
   if (int32_t have = index_.get(dl); have > 0) return have;
   DLView v;
   if (int32_t r = dlOpen(&space_, dl, &v); r != 0) return r;
@@ -91,41 +89,37 @@ int32_t Exporter::appendDL(int32_t dl, bool* added) {
   if (o < 0) return o;
   setWord(o + offsetof(DLHead, owner), 0);
   index_.set(dl, nextIndex_);
-  stack_.emplace_back(reinterpret_cast<const uint8_t*>(v.items), v.head->count,
-                      o + kHeadBytes + v.head->dataSize);
-  *added = true;
+  *offset = o;
   return nextIndex_++;
 }
 
 // Walks the innermost DL record's items (and list elements) until a DL not written before
 // needs its own items walked first, or the record is done.
 int32_t Exporter::step() {
-  // A copy: a DL added below pushes its frame and may move the stack.
-  size_t depth = stack_.size() - 1;
-  bool added = false;
-  while (!added) {
-    Frame& f = stack_[depth];
-    if (f.list) {
-      if (f.elem >= f.listCount) {
-        f.list = nullptr;
+  Frame& f = stack_.back();
+  int32_t child = -1;
+  while (child < 0) {
+    if (f.list >= 0) {
+      if (f.elem >= word(f.list - 4) / 4) {
+        f.list = -1;
         ++f.item;
         continue;
       }
-      int32_t index = appendDL(load(f.list + 4 * f.elem), &added);
+      int32_t index = appendDL(word(f.list + 4 * f.elem), &child);
       if (index < 0) return index;
-      Frame& g = stack_[depth];
-      setWord(g.listOut + 4 * g.elem, index);
-      ++g.elem;
+      setWord(f.list + 4 * f.elem, index);
+      ++f.elem;
       continue;
     }
-    if (f.item >= f.count) {
+    if (f.item >= word(f.dl + offsetof(DLHead, count))) {
       stack_.pop_back();
       return 0;
     }
+    // The item's words are read one by one: an Item copied out whole went through the stack,
+    // and reading its kind back from the wider store stalled.
     static_assert(offsetof(Item, ref) == 0 && offsetof(Item, kind) == 4);
-    const uint8_t* item = f.items + kItemBytes * f.item;
-    const int32_t out = f.out + kItemBytes * f.item;
-    const int32_t ref = load(item);
+    const int32_t item = itemOffset(f);
+    const int32_t ref = word(item);
     if (ref <= 0) {
       if ((uint32_t(ref) & ~0xFFu) != kImmediate) {
         fundra::Debug("zove", __LINE__);
@@ -134,21 +128,18 @@ int32_t Exporter::step() {
       ++f.item;
       continue;
     }
-    uint32_t type = uint32_t(load(item + 4)) & ~0xFFu;
+    uint32_t type = uint32_t(word(item + 4)) & ~0xFFu;
     if (type == kBlob || isListType(type)) {
       int32_t size = space_.LmSize(ref);
       if (size < 0) return size;
       if (type != kBlob && size % 4 != 0) return kWrongKind;
-      const uint8_t* bytes = space_.LmGet(ref);
-      int32_t o = append(bytes, size);
+      int32_t o = append(space_.LmGet(ref), size);
       if (o < 0) return o;
       if (type == kBlob) {
-        setWord(out, nextIndex_++);
+        setWord(item, nextIndex_++);
         ++f.item;
       } else {
-        f.list = bytes;
-        f.listOut = o;
-        f.listCount = size / 4;
+        f.list = o;
         f.elem = 0;
       }
       continue;
@@ -157,11 +148,12 @@ int32_t Exporter::step() {
       fundra::Debug("zove", __LINE__);
       return kBadRefType;
     }
-    int32_t index = appendDL(ref, &added);
+    int32_t index = appendDL(ref, &child);
     if (index < 0) return index;
-    setWord(out, index);
-    ++stack_[depth].item;
+    setWord(item, index);
+    ++f.item;
   }
+  stack_.emplace_back(child);
   return 0;
 }
 
@@ -173,10 +165,11 @@ int32_t Exporter::run(int32_t top) {
   // Exporting a stored object of its own (shared) is a caller's mistake; it is written anyway.
   if (dlOpen(&space_, top, &v) == 0 && (v.head->flags & kSharedFlag))
     fundra::Debug("zove", __LINE__);
-  bool added = false;
-  int32_t r = appendDL(top, &added);
+  int32_t offset;
+  int32_t r = appendDL(top, &offset);
   if (r > 0) {
     r = 0;
+    stack_.emplace_back(offset);
     while (!stack_.empty() && r == 0) r = step();
   }
   out_->SetSize(r == 0 ? used_ : 0);

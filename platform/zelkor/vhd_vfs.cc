@@ -225,8 +225,7 @@ int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, in
     return r;
   }
   // Without the memory the file is simply written as SQLite writes it.
-  if ((flags & SQLITE_OPEN_MAIN_JOURNAL) ||
-      ((flags & SQLITE_OPEN_MAIN_DB) && (flags & SQLITE_OPEN_READWRITE)))
+  if ((flags & (SQLITE_OPEN_MAIN_JOURNAL | SQLITE_OPEN_MAIN_DB)) && (flags & SQLITE_OPEN_READWRITE))
     shim->pending = static_cast<uint8_t*>(sqlite3_malloc(kGatherBuffer));
   shim->base.pMethods = &kShimMethods;
   return SQLITE_OK;

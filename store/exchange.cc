@@ -13,6 +13,7 @@
 #include "platform/fundra/debug.h"
 #include "platform/fundra/persist.h"
 #include "store/engine.h"
+#include "store/exchange_bytes.h"
 #include "store/registry.h"
 #include "store/structure_map.h"
 
@@ -28,151 +29,168 @@ class Exporter {
   int32_t run(int32_t top);
 
  private:
-  // A DL record whose items are being walked. Offsets into the stream, which moves as it grows.
-  // Built in place (emplace_back): a pushed temporary was copied whole through the stack, a
-  // stalled load on every push.
+  // A DL whose items are being walked. Items and list elements are read from the elements in the
+  // space, which the walk never writes; their records are written at offsets into the stream,
+  // which moves as it grows. Reading back a word just copied into the stream waited for the copy.
   struct Frame {
-    explicit Frame(int32_t record) : dl(record) {}
-    int32_t dl;         // offset of the DL record's bytes
-    int32_t item = 0;   // the item being walked
-    int32_t list = -1;  // offset of the list record being walked for that item, or -1
-    int32_t elem = 0;   // the next element of that list
+    const uint8_t* items;  // the DL's first item
+    const uint8_t* list;   // the list element being walked for the current item, or null
+    int32_t out;           // offset of the record's first item
+    int32_t count;         // the DL's items
+    int32_t item;          // the item being walked
+    int32_t listOut;       // offset of the list's record
+    int32_t elems;         // the list's elements
+    int32_t elem;          // the next one
   };
 
-  int32_t append(const uint8_t* bytes, int32_t n);
-  int32_t appendDL(int32_t dl, int32_t* offset);
-  int32_t step();
-  uint8_t* at(int32_t offset) { return out_->MemPtr() + offset; }
-  // Records follow each other without padding, so stream words are read and written unaligned.
-  int32_t word(int32_t offset) {
-    int32_t w;
-    std::memcpy(&w, at(offset), 4);
-    return w;
-  }
-  void setWord(int32_t offset, int32_t w) { std::memcpy(at(offset), &w, 4); }
-  // Offset of the item being walked in a DL record.
-  int32_t itemOffset(const Frame& f) {
-    return f.dl + kHeadBytes + word(f.dl + offsetof(DLHead, dataSize)) + kItemBytes * f.item;
-  }
+  int32_t grow(int64_t end);
 
   const fundra::ElementSpace& space_;
   fundra::TMemory* out_;
   DLMap index_;  // DL -> the index of its record
   std::vector<Frame> stack_;
-  int32_t used_ = fundra::kPersistBytes;
-  int32_t nextIndex_ = 1;
 };
 
-// Appends a record and answers the offset of its bytes, or a code. When the record does not fit,
-// the stream grows to used + record + 4096 bytes, so that small records do not each resize it.
-int32_t Exporter::append(const uint8_t* bytes, int32_t n) {
-  int64_t end = int64_t(used_) + 4 + n;
+// Makes room for a record ending at `end`: the stream grows to used + record + 4096 bytes, so
+// that small records do not each resize it.
+int32_t Exporter::grow(int64_t end) {
   if (end > INT32_MAX - 4096) return fundra::kMemNoMemory;
-  if (end > out_->GetSize()) {
-    if (int32_t r = out_->SetSize(int32_t(end) + 4096); r != 0) return r;
-  }
-  std::memcpy(at(used_), &n, 4);
-  if (n > 0) std::memcpy(at(used_ + 4), bytes, size_t(n));
-  int32_t offset = used_ + 4;
-  used_ = int32_t(end);
-  return offset;
+  // The walk writes every byte up to its cursor, and the slack is cut off at the end.
+  return out_->SetSize(int32_t(end) + 4096, fundra::kMemNoFill);
 }
 
-// The index of dl. A DL without a record yet gets one: *offset is then its bytes' offset (else
-// -1), and the caller walks its items next.
-int32_t Exporter::appendDL(int32_t dl, int32_t* offset) {
-  *offset = -1;
-  if (int32_t have = index_.get(dl); have > 0) return have;
+// The walk keeps the current DL's state, the stream's address and its cursor in locals, so they
+// stay in registers across the byte copies; only outer DLs go to the stack.
+int32_t Exporter::run(int32_t top) {
+  if (!index_.ok()) return fundra::kMemNoMemory;
+  if (int32_t r = out_->SetSize(fundra::kPersistBytes); r != 0) return r;
+  fundra::_initpersist(out_->MemPtr(), kExchangeTag, kExchangeVersion, kExchangeVersion);
+  // Exporting a stored object of its own (shared) is a caller's mistake; it is written anyway.
   DLView v;
-  if (int32_t r = dlOpen(&space_, dl, &v); r != 0) return r;
-  int32_t o = append(v.base, v.size);
-  if (o < 0) return o;
-  setWord(o + offsetof(DLHead, owner), 0);
-  index_.set(dl, nextIndex_);
-  *offset = o;
-  return nextIndex_++;
-}
+  if (dlOpen(&space_, top, &v) == 0 && (v.head->flags & kSharedFlag))
+    fundra::Debug("zove", __LINE__);
 
-// Walks the innermost DL record's items (and list elements) until a DL not written before
-// needs its own items walked first, or the record is done.
-int32_t Exporter::step() {
-  Frame& f = stack_.back();
-  int32_t child = -1;
-  while (child < 0) {
-    if (f.list >= 0) {
-      if (f.elem >= word(f.list - 4) / 4) {
-        f.list = -1;
+  const fundra::ElementSpace& space = space_;
+  uint8_t* base = out_->MemPtr();
+  int32_t used = fundra::kPersistBytes, room = out_->GetSize();
+  int32_t next = 1;  // the next record's index
+  int32_t r = 0;
+
+  // Appends a record; answers the offset of its bytes, or a code.
+  auto append = [&](const uint8_t* bytes, int32_t n) __attribute__((always_inline))->int32_t {
+    int64_t end = int64_t(used) + 4 + n;
+    if (end > room) {
+      if (int32_t g = grow(end); g != 0) return g;
+      base = out_->MemPtr();
+      room = out_->GetSize();
+    }
+    setStreamWord(base + used, n);
+    copyRecord(base + used + 4, bytes, n);
+    int32_t offset = used + 4;
+    used = int32_t(end);
+    return offset;
+  };
+
+  // The sentinel below the top DL: no items, so the walk ends when it comes back to it.
+  Frame f{nullptr, nullptr, 0, 0, 0, 0, 0, 0};
+  // The index of DL n into *index. A DL without a record yet gets one, and its items are walked
+  // next: the current frame is saved and becomes the new DL's.
+  auto refer = [&](int32_t n, int32_t * index) __attribute__((always_inline))->int32_t {
+    if (int32_t have = index_.get(n); have > 0) {
+      *index = have;
+      return 0;
+    }
+    int32_t size = space.LmSize(n);
+    if (size < 0) return size;
+    if (size < kHeadBytes) return kWrongKind;
+    const uint8_t* dl = space.LmGet(n);
+    static_assert(offsetof(DLHead, owner) == 8 && offsetof(DLHead, dataSize) == 12 &&
+                  offsetof(DLHead, count) == 16);
+    int32_t dataSize = int32_t(streamWord(dl + 12)), count = int32_t(streamWord(dl + 16));
+    if (dataSize < 0 || count < 0 ||
+        int64_t(kHeadBytes) + dataSize + int64_t(kItemBytes) * count > size)
+      return kWrongKind;
+    int32_t o = append(dl, size);
+    if (o < 0) return o;
+    setStreamWord(base + o + 8, 0);
+    index_.set(n, next);
+    *index = next++;
+    stack_.push_back(f);
+    f = Frame{dl + kHeadBytes + dataSize, nullptr, o + kHeadBytes + dataSize, count, 0, 0, 0, 0};
+    return 0;
+  };
+
+  int32_t index;
+  r = refer(top, &index);
+  while (r == 0) {
+    if (f.list) {
+      if (f.elem == f.elems) {
+        f.list = nullptr;
         ++f.item;
         continue;
       }
-      int32_t index = appendDL(word(f.list + 4 * f.elem), &child);
-      if (index < 0) return index;
-      setWord(f.list + 4 * f.elem, index);
+      int32_t at = f.listOut + 4 * f.elem;
+      int32_t e = int32_t(streamWord(f.list + 4 * f.elem));
       ++f.elem;
+      if ((r = refer(e, &index)) == 0) setStreamWord(base + at, index);
       continue;
     }
-    if (f.item >= word(f.dl + offsetof(DLHead, count))) {
+    if (f.item == f.count) {
+      if (stack_.empty()) break;
+      f = stack_.back();
       stack_.pop_back();
-      return 0;
+      continue;
     }
-    // The item's words are read one by one: an Item copied out whole went through the stack,
-    // and reading its kind back from the wider store stalled.
     static_assert(offsetof(Item, ref) == 0 && offsetof(Item, kind) == 4);
-    const int32_t item = itemOffset(f);
-    const int32_t ref = word(item);
+    const uint8_t* item = f.items + kItemBytes * f.item;
+    int32_t at = f.out + kItemBytes * f.item;
+    int32_t ref = int32_t(streamWord(item));
     if (ref <= 0) {
       if ((uint32_t(ref) & ~0xFFu) != kImmediate) {
         fundra::Debug("zove", __LINE__);
-        return kBadValueType;
+        r = kBadValueType;
+        break;
       }
       ++f.item;
       continue;
     }
-    uint32_t type = uint32_t(word(item + 4)) & ~0xFFu;
+    uint32_t type = streamWord(item + 4) & ~0xFFu;
     if (type == kBlob || isListType(type)) {
-      int32_t size = space_.LmSize(ref);
-      if (size < 0) return size;
-      if (type != kBlob && size % 4 != 0) return kWrongKind;
-      int32_t o = append(space_.LmGet(ref), size);
-      if (o < 0) return o;
+      int32_t size = space.LmSize(ref);
+      if (size < 0) {
+        r = size;
+        break;
+      }
+      if (type != kBlob && size % 4 != 0) {
+        r = kWrongKind;
+        break;
+      }
+      const uint8_t* bytes = space.LmGet(ref);
+      int32_t o = append(bytes, size);
+      if (o < 0) {
+        r = o;
+        break;
+      }
       if (type == kBlob) {
-        setWord(item, nextIndex_++);
+        setStreamWord(base + at, next++);
         ++f.item;
       } else {
-        f.list = o;
+        f.list = bytes;
+        f.listOut = o;
+        f.elems = size / 4;
         f.elem = 0;
       }
       continue;
     }
     if (type != kHandle && type != kPartLink && type != kWeakHandle) {
       fundra::Debug("zove", __LINE__);
-      return kBadRefType;
+      r = kBadRefType;
+      break;
     }
-    int32_t index = appendDL(ref, &child);
-    if (index < 0) return index;
-    setWord(item, index);
     ++f.item;
+    if ((r = refer(ref, &index)) == 0) setStreamWord(base + at, index);
   }
-  stack_.emplace_back(child);
-  return 0;
-}
-
-int32_t Exporter::run(int32_t top) {
-  if (!index_.ok()) return fundra::kMemNoMemory;
-  if (int32_t r = out_->SetSize(fundra::kPersistBytes); r != 0) return r;
-  fundra::_initpersist(out_->MemPtr(), kExchangeTag, kExchangeVersion, kExchangeVersion);
-  DLView v;
-  // Exporting a stored object of its own (shared) is a caller's mistake; it is written anyway.
-  if (dlOpen(&space_, top, &v) == 0 && (v.head->flags & kSharedFlag))
-    fundra::Debug("zove", __LINE__);
-  int32_t offset;
-  int32_t r = appendDL(top, &offset);
-  if (r > 0) {
-    r = 0;
-    stack_.emplace_back(offset);
-    while (!stack_.empty() && r == 0) r = step();
-  }
-  out_->SetSize(r == 0 ? used_ : 0);
+  out_->SetSize(r == 0 ? used : 0);
   return r;
 }
 

@@ -13,11 +13,15 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
 #include <vector>
 
 #include "platform/fundra/persist.h"
 #include "store/dl.h"
 #include "store/exchange.h"
+#include "store/exchange_bytes.h"
 
 namespace zove {
 
@@ -25,13 +29,25 @@ namespace {
 
 enum class RecKind : uint8_t { kDL, kBlob, kList };
 
-// A stream word. Fields are read one word at a time, never as a struct copied out: a struct
-// copy goes through the stack, and reading a narrow field back from a wide store stalls.
-inline uint32_t word(const uint8_t* p) {
-  uint32_t w;
-  std::memcpy(&w, p, 4);
-  return w;
-}
+// Scratch arrays that every run writes before it reads: resizing them leaves new entries
+// uninitialised rather than clearing a few hundred kilobytes per import.
+template <typename T>
+struct NoClear : std::allocator<T> {
+  template <typename U>
+  struct rebind {
+    using other = NoClear<U>;
+  };
+  template <typename U>
+  void construct(U* p) noexcept {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <typename U, typename... Args>
+  void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
+};
+template <typename T>
+using Scratch = std::vector<T, NoClear<T>>;
 
 // The item that names a list record.
 struct ListRec {
@@ -46,8 +62,8 @@ class Parser {
   // Answers 0 with kinds(), sizes(), lists() and indices() filled, or kBadStream.
   int32_t run();
   // Every record's kind and byte count, in stream order.
-  const std::vector<RecKind>& kinds() const { return kinds_; }
-  const std::vector<int32_t>& sizes() const { return sizes_; }
+  const Scratch<RecKind>& kinds() const { return kinds_; }
+  const Scratch<int32_t>& sizes() const { return sizes_; }
   // The list records, in stream order.
   const std::vector<ListRec>& lists() const { return lists_; }
   // The DL and blob records, which take the indices 1 and up.
@@ -72,10 +88,10 @@ class Parser {
   int32_t end_;
   int32_t pos_ = fundra::kPersistBytes;
   int32_t indices_ = 0;
-  std::vector<RecKind> kinds_;
-  std::vector<int32_t> sizes_;
+  Scratch<RecKind> kinds_;
+  Scratch<int32_t> sizes_;
   std::vector<ListRec> lists_;
-  std::vector<RecKind> indexKinds_;  // per index: DL or blob; index 0 is never used
+  Scratch<RecKind> indexKinds_;  // per index: DL or blob; index 0 is never used
   std::vector<Frame> stack_;
 };
 
@@ -95,7 +111,7 @@ bool Parser::walk() {
   // the end. Stream words are copied out, never cast: records follow each other unpadded.
   auto take = [&](RecKind kind, int32_t * size) __attribute__((always_inline))->const uint8_t* {
     if (end_ - pos < 4) return nullptr;
-    uint32_t n = word(bytes + pos);
+    uint32_t n = streamWord(bytes + pos);
     if (n > uint32_t(end_ - pos - 4)) return nullptr;
     const uint8_t* at = bytes + pos + 4;
     pos += 4 + int32_t(n);
@@ -126,11 +142,11 @@ bool Parser::walk() {
                   offsetof(DLHead, owner) == 8 && offsetof(DLHead, dataSize) == 12 &&
                   offsetof(DLHead, count) == 16);
     // flags (the low half) and reserved share the second word: only allowed flag bits may be set.
-    uint32_t flagsWord = word(at + 4);
-    int32_t dataSize = int32_t(word(at + 12)), count = int32_t(word(at + 16));
-    if (!isPrintableCode(word(at)) ||
-        (flagsWord & ~uint32_t(kSharedFlag | kInvisibleFlag | kKeptFlag)) || word(at + 8) != 0 ||
-        dataSize < 0 || dataSize % 4 != 0 || count < 0 ||
+    uint32_t flagsWord = streamWord(at + 4);
+    int32_t dataSize = int32_t(streamWord(at + 12)), count = int32_t(streamWord(at + 16));
+    if (!isPrintableCode(streamWord(at)) ||
+        (flagsWord & ~uint32_t(kSharedFlag | kInvisibleFlag | kKeptFlag)) ||
+        streamWord(at + 8) != 0 || dataSize < 0 || dataSize % 4 != 0 || count < 0 ||
         int64_t(kHeadBytes) + dataSize + int64_t(kItemBytes) * count > size)
       return false;
     // A printable key is above INT32_MIN, so the first key passes the order test.
@@ -153,7 +169,7 @@ bool Parser::walk() {
         ++f.item;
         continue;
       }
-      int32_t e = int32_t(word(f.list + 4 * f.elem));
+      int32_t e = int32_t(streamWord(f.list + 4 * f.elem));
       ++f.elem;
       ok = refer(e);
       continue;
@@ -166,11 +182,11 @@ bool Parser::walk() {
     }
     static_assert(offsetof(Item, kind) == 4 && offsetof(Item, key) == 8);
     const uint8_t* item = f.items + kItemBytes * f.item;
-    int32_t ref = int32_t(word(item));
-    uint32_t key = word(item + 8);
+    int32_t ref = int32_t(streamWord(item));
+    uint32_t key = streamWord(item + 8);
     if (!isPrintableCode(key) || f.key >= int32_t(key)) return false;
     f.key = int32_t(key);
-    uint32_t type = word(item + 4) & ~0xFFu;
+    uint32_t type = streamWord(item + 4) & ~0xFFu;
     int32_t size = 0;
     if (ref <= 0) {
       ok = (uint32_t(ref) & ~0xFFu) == kImmediate;
@@ -209,12 +225,12 @@ int32_t Parser::run() {
 
 // Turns the parsed records into elements; see the pass description at the top.
 int32_t build(fundra::ElementSpace* space, int32_t target, const uint8_t* bytes, const Parser& p) {
-  const std::vector<RecKind>& kinds = p.kinds();
-  const std::vector<int32_t>& sizes = p.sizes();
+  const Scratch<RecKind>& kinds = p.kinds();
+  const Scratch<int32_t>& sizes = p.sizes();
   size_t records = kinds.size();
-  std::vector<int32_t> number(records);
+  Scratch<int32_t> number(records);
   // Adding never moves an element, so each new element's address holds until the rewrite.
-  std::vector<uint8_t*> at(records);
+  Scratch<uint8_t*> at(records);
   number[0] = target;
   if (int32_t r = space->LmAddMany(int32_t(records - 1), sizes.data() + 1, number.data() + 1,
                                    at.data() + 1);
@@ -239,7 +255,7 @@ int32_t build(fundra::ElementSpace* space, int32_t target, const uint8_t* bytes,
   auto list = p.lists().begin();
   for (size_t i = 0; i < records; ++i) {
     rec += 4;
-    std::memcpy(at[i], rec, size_t(sizes[i]));
+    copyRecord(at[i], rec, sizes[i]);
     rec += sizes[i];
     if (kinds[i] == RecKind::kDL) {
       auto* head = reinterpret_cast<DLHead*>(at[i]);

@@ -143,7 +143,8 @@ int32_t TMemory::SetSize(int32_t size, int32_t fill) {
     data_ = grown;
     capacity_ = int32_t(want);
   }
-  if (size > size_) std::memset(data_ + size_, fill < 0 ? 0 : fill & 0xFF, size_t(size - size_));
+  if (size > size_ && fill != kMemNoFill)
+    std::memset(data_ + size_, fill < 0 ? 0 : fill & 0xFF, size_t(size - size_));
   size_ = size;
   return 0;
 }

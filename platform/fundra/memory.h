@@ -12,6 +12,8 @@ namespace fundra {
 
 constexpr int32_t kMemNoMemory = -625;  // the heap could not supply the bytes
 constexpr int32_t kMemBadSize = -622;   // a size below 0
+// SetSize's fill for a caller that writes every new byte itself: they are left as they are.
+constexpr int32_t kMemNoFill = -2;
 
 // A zero-filled block of size bytes (size 0 gives a valid block), or nullptr when size is below
 // 0 or the heap is exhausted.
@@ -45,8 +47,8 @@ class TMemory {
   ~TMemory();
 
   // Sets the size. Bytes up to the old size keep their value; new bytes take `fill` (a byte
-  // value 0..255), or 0 when fill is -1. Answers 0, kMemBadSize or kMemNoMemory (the block is
-  // then unchanged).
+  // value 0..255), 0 when fill is -1, or are left unwritten with kMemNoFill. Answers 0, kMemBadSize
+  // or kMemNoMemory (the block is then unchanged).
   int32_t SetSize(int32_t size, int32_t fill = -1);
   int32_t GetSize() const { return size_; }
   // The bytes; nullptr while the size is 0 and nothing was ever held. Valid until SetSize.

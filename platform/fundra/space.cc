@@ -203,8 +203,10 @@ int32_t ElementSpace::LmAddAssert(int32_t size, const void* source) {
 
 int32_t ElementSpace::LmAddMany(int32_t count, const int32_t* sizes, int32_t* numbers,
                                 uint8_t** at) {
-  for (int32_t i = 0; i < count; ++i)
-    if (sizes[i] < 0 || sizes[i] > kLmMaxSize) return kLmBadSize;
+  // One test over the largest size, which a negative size wins as unsigned: the loop vectorises.
+  uint32_t largest = 0;
+  for (int32_t i = 0; i < count; ++i) largest = std::max(largest, uint32_t(sizes[i]));
+  if (largest > uint32_t(kLmMaxSize)) return kLmBadSize;
   // Numbers touch only the table and blocks only the heap, so taking every number first places
   // each element where a run of single adds would.
   int32_t taken = TakeNumbers(count, numbers), stored = 0;

@@ -49,6 +49,32 @@ TEST_F(ExchangeStream, ADLWithOneFourByteBlobExportsAsFiftyTwoBytes) {
             std::vector<uint8_t>(expected, expected + 52));
 }
 
+// A damaged structure met below the top DL: the export answers its code and leaves no stream.
+TEST_F(ExchangeStream, ADamagedStructureIsRefusedWithItsCodeAndNoStream) {
+  const int32_t gone = sp->LmCount() + 1000;  // names no element, nor will it below
+  int32_t shortList = rawBlob(sp, {1, 2, 3, 4, 5, 6});
+  int32_t overlong = rawDL(sp, fc("long"));
+  reinterpret_cast<DLHead*>(sp->LmGet(overlong))->count = 3;
+  const struct {
+    RawItem bad;
+    int32_t code;
+  } cases[] = {
+      {{fc("Gone"), gone, kHandle}, fundra::kLmNotLive},
+      {{fc("VHnd"), int32_t(kVHandle), 0}, kBadValueType},
+      {{fc("Type"), rawBlob(sp, {1}), 0x12345600u}, kBadRefType},
+      {{fc("Blob"), rawBlob(sp, {1, 2, 3, 4, 5, 6, 7, 8}), kHandle}, kWrongKind},
+      {{fc("List"), shortList, kList}, kWrongKind},
+      {{fc("Long"), overlong, kPartLink}, kWrongKind},
+  };
+  for (const auto& c : cases) {
+    int32_t inner = rawDL(sp, fc("innr"), {{fc("AAAA"), rawBlob(sp, {9}), kBlob}, c.bad});
+    int32_t top = rawDL(sp, fc("top "), {{fc("Kids"), rawList(sp, {inner}), kList}});
+    fundra::TMemory m;
+    EXPECT_EQ(S(s, fc("TSEx"), top, &m), c.code) << zelkor::fcString(c.bad.key);
+    EXPECT_EQ(m.GetSize(), 0);
+  }
+}
+
 TEST_F(ExchangeStream, RecordsFollowTheDepthFirstWalkAndImportRebuildsTheStructure) {
   // top: a blob, a list of a and b, and a handle to b; a: a handle to b and a part link back to
   // the top; b: an immediate value. The DL owner word is not exported.

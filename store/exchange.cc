@@ -6,6 +6,7 @@
 // the same records, in the same order, as the recursive walk.
 #include "store/exchange.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <vector>
@@ -44,6 +45,7 @@ class Exporter {
   };
 
   int32_t grow(int64_t end);
+  Frame* deeper();
 
   const fundra::ElementSpace& space_;
   fundra::TMemory* out_;
@@ -59,6 +61,12 @@ int32_t Exporter::grow(int64_t end) {
   return out_->SetSize(int32_t(end) + 4096, fundra::kMemNoFill);
 }
 
+// Doubles the frames' room (at least 16); answers their new address.
+Exporter::Frame* Exporter::deeper() {
+  stack_.resize(std::max<size_t>(16, 2 * stack_.size()));
+  return stack_.data();
+}
+
 // The walk keeps the current DL's state, the stream's address and its cursor in locals, so they
 // stay in registers across the byte copies; only outer DLs go to the stack.
 int32_t Exporter::run(int32_t top) {
@@ -71,6 +79,10 @@ int32_t Exporter::run(int32_t top) {
     fundra::Debug("zove", __LINE__);
 
   const fundra::ElementSpace& space = space_;
+  // The outer DLs' frames: stack_ holds them, `depth` of them in use. It only grows, by a call
+  // of its own, so that a push is a copy.
+  size_t depth = 0;
+  Frame* frames = nullptr;
   uint8_t* base = out_->MemPtr();
   int32_t used = fundra::kPersistBytes, room = out_->GetSize();
   int32_t next = 1;  // the next record's index
@@ -115,7 +127,8 @@ int32_t Exporter::run(int32_t top) {
     setStreamWord(base + o + 8, 0);
     index_.set(n, next);
     *index = next++;
-    stack_.push_back(f);
+    if (depth == stack_.size()) frames = deeper();
+    frames[depth++] = f;
     f = Frame{dl + kHeadBytes + dataSize, nullptr, o + kHeadBytes + dataSize, count, 0, 0, 0, 0};
     return 0;
   };
@@ -136,9 +149,8 @@ int32_t Exporter::run(int32_t top) {
       continue;
     }
     if (f.item == f.count) {
-      if (stack_.empty()) break;
-      f = stack_.back();
-      stack_.pop_back();
+      if (depth == 0) break;
+      f = frames[--depth];
       continue;
     }
     static_assert(offsetof(Item, ref) == 0 && offsetof(Item, kind) == 4);

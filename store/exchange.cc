@@ -67,8 +67,8 @@ Exporter::Frame* Exporter::deeper() {
   return stack_.data();
 }
 
-// The walk keeps the current DL's state, the stream's address and its cursor in locals, so they
-// stay in registers across the byte copies; only outer DLs go to the stack.
+// The walk keeps the stream's address and its cursor in locals, so they stay in registers across
+// the byte copies; the DLs being walked keep their frames in place, one above the other.
 int32_t Exporter::run(int32_t top) {
   if (!index_.ok()) return fundra::kMemNoMemory;
   if (int32_t r = out_->SetSize(fundra::kPersistBytes); r != 0) return r;
@@ -79,8 +79,8 @@ int32_t Exporter::run(int32_t top) {
     fundra::Debug("zove", __LINE__);
 
   const fundra::ElementSpace& space = space_;
-  // The outer DLs' frames: stack_ holds them, `depth` of them in use. It only grows, by a call
-  // of its own, so that a push is a copy.
+  // The frames of the DLs being walked, innermost at `depth`: stack_'s bytes, which only grow (by
+  // a call of its own). Entering and leaving a DL moves a pointer, not a frame.
   size_t depth = 0;
   Frame* frames = nullptr;
   uint8_t* base = out_->MemPtr();
@@ -103,8 +103,11 @@ int32_t Exporter::run(int32_t top) {
     return offset;
   };
 
-  // The sentinel below the top DL: no items, so the walk ends when it comes back to it.
-  Frame f{nullptr, nullptr, 0, 0, 0, 0, 0, 0};
+  // The current DL's frame is frames[depth]; below the top DL's lies a sentinel without items,
+  // so the walk ends when it comes back to it.
+  frames = deeper();
+  Frame* f = frames;
+  *f = Frame{nullptr, nullptr, 0, 0, 0, 0, 0, 0};
   // The index of DL n into *index. A DL without a record yet gets one, and its items are walked
   // next: the current frame is saved and becomes the new DL's.
   auto refer = [&](int32_t n, int32_t * index) __attribute__((always_inline))->int32_t {
@@ -127,35 +130,35 @@ int32_t Exporter::run(int32_t top) {
     setStreamWord(base + o + 8, 0);
     index_.set(n, next);
     *index = next++;
-    if (depth == stack_.size()) frames = deeper();
-    frames[depth++] = f;
-    f = Frame{dl + kHeadBytes + dataSize, nullptr, o + kHeadBytes + dataSize, count, 0, 0, 0, 0};
+    if (++depth == stack_.size()) frames = deeper();
+    f = frames + depth;
+    *f = Frame{dl + kHeadBytes + dataSize, nullptr, o + kHeadBytes + dataSize, count, 0, 0, 0, 0};
     return 0;
   };
 
   int32_t index;
   r = refer(top, &index);
   while (r == 0) {
-    if (f.list) {
-      if (f.elem == f.elems) {
-        f.list = nullptr;
-        ++f.item;
+    if (f->list) {
+      if (f->elem == f->elems) {
+        f->list = nullptr;
+        ++f->item;
         continue;
       }
-      int32_t at = f.listOut + 4 * f.elem;
-      int32_t e = int32_t(streamWord(f.list + 4 * f.elem));
-      ++f.elem;
+      int32_t at = f->listOut + 4 * f->elem;
+      int32_t e = int32_t(streamWord(f->list + 4 * f->elem));
+      ++f->elem;
       if ((r = refer(e, &index)) == 0) setStreamWord(base + at, index);
       continue;
     }
-    if (f.item == f.count) {
+    if (f->item == f->count) {
       if (depth == 0) break;
-      f = frames[--depth];
+      f = frames + --depth;
       continue;
     }
     static_assert(offsetof(Item, ref) == 0 && offsetof(Item, kind) == 4);
-    const uint8_t* item = f.items + kItemBytes * f.item;
-    int32_t at = f.out + kItemBytes * f.item;
+    const uint8_t* item = f->items + kItemBytes * f->item;
+    int32_t at = f->out + kItemBytes * f->item;
     int32_t ref = int32_t(streamWord(item));
     if (ref <= 0) {
       if ((uint32_t(ref) & ~0xFFu) != kImmediate) {
@@ -163,7 +166,7 @@ int32_t Exporter::run(int32_t top) {
         r = kBadValueType;
         break;
       }
-      ++f.item;
+      ++f->item;
       continue;
     }
     uint32_t type = streamWord(item + 4) & ~0xFFu;
@@ -185,12 +188,12 @@ int32_t Exporter::run(int32_t top) {
       }
       if (type == kBlob) {
         setStreamWord(base + at, next++);
-        ++f.item;
+        ++f->item;
       } else {
-        f.list = bytes;
-        f.listOut = o;
-        f.elems = size / 4;
-        f.elem = 0;
+        f->list = bytes;
+        f->listOut = o;
+        f->elems = size / 4;
+        f->elem = 0;
       }
       continue;
     }
@@ -199,7 +202,7 @@ int32_t Exporter::run(int32_t top) {
       r = kBadRefType;
       break;
     }
-    ++f.item;
+    ++f->item;
     if ((r = refer(ref, &index)) == 0) setStreamWord(base + at, index);
   }
   out_->SetSize(r == 0 ? used : 0);

@@ -34,14 +34,12 @@ class Exporter {
   // space, which the walk never writes; their records are written at offsets into the stream,
   // which moves as it grows. Reading back a word just copied into the stream waited for the copy.
   struct Frame {
-    const uint8_t* items;  // the DL's first item
-    const uint8_t* list;   // the list element being walked for the current item, or null
-    int32_t out;           // offset of the record's first item
-    int32_t count;         // the DL's items
-    int32_t item;          // the item being walked
-    int32_t listOut;       // offset of the list's record
-    int32_t elems;         // the list's elements
-    int32_t elem;          // the next one
+    const uint8_t* item;     // the item being walked
+    const uint8_t* end;      // past the DL's last item
+    const uint8_t* list;     // the next element of the list being walked for the item, or null
+    const uint8_t* listEnd;  // past the list's last element
+    int32_t out;             // offset of the item's copy in the stream
+    int32_t listOut;         // offset of the next element's copy
   };
 
   int32_t grow(int64_t end);
@@ -107,7 +105,7 @@ int32_t Exporter::run(int32_t top) {
   // so the walk ends when it comes back to it.
   frames = deeper();
   Frame* f = frames;
-  *f = Frame{nullptr, nullptr, 0, 0, 0, 0, 0, 0};
+  *f = Frame{nullptr, nullptr, nullptr, nullptr, 0, 0};
   // The index of DL n into *index. A DL without a record yet gets one, and its items are walked
   // next: the current frame is saved and becomes the new DL's.
   auto refer = [&](int32_t n, int32_t * index) __attribute__((always_inline))->int32_t {
@@ -132,7 +130,8 @@ int32_t Exporter::run(int32_t top) {
     *index = next++;
     if (++depth == stack_.size()) frames = deeper();
     f = frames + depth;
-    *f = Frame{dl + kHeadBytes + dataSize, nullptr, o + kHeadBytes + dataSize, count, 0, 0, 0, 0};
+    const uint8_t* items = dl + kHeadBytes + dataSize;
+    *f = Frame{items, items + kItemBytes * count, nullptr, nullptr, o + kHeadBytes + dataSize, 0};
     return 0;
   };
 
@@ -140,33 +139,36 @@ int32_t Exporter::run(int32_t top) {
   r = refer(top, &index);
   while (r == 0) {
     if (f->list) {
-      if (f->elem == f->elems) {
+      if (f->list == f->listEnd) {
         f->list = nullptr;
-        ++f->item;
+        f->item += kItemBytes;
+        f->out += kItemBytes;
         continue;
       }
-      int32_t at = f->listOut + 4 * f->elem;
-      int32_t e = int32_t(streamWord(f->list + 4 * f->elem));
-      ++f->elem;
+      int32_t at = f->listOut;
+      int32_t e = int32_t(streamWord(f->list));
+      f->list += 4;
+      f->listOut += 4;
       if ((r = refer(e, &index)) == 0) setStreamWord(base + at, index);
       continue;
     }
-    if (f->item == f->count) {
+    const uint8_t* item = f->item;
+    if (item == f->end) {
       if (depth == 0) break;
       f = frames + --depth;
       continue;
     }
     static_assert(offsetof(Item, ref) == 0 && offsetof(Item, kind) == 4);
-    const uint8_t* item = f->items + kItemBytes * f->item;
-    int32_t at = f->out + kItemBytes * f->item;
-    int32_t ref = int32_t(streamWord(item));
+    const int32_t at = f->out;
+    const int32_t ref = int32_t(streamWord(item));
     if (ref <= 0) {
       if ((uint32_t(ref) & ~0xFFu) != kImmediate) {
         fundra::Debug("zove", __LINE__);
         r = kBadValueType;
         break;
       }
-      ++f->item;
+      f->item = item + kItemBytes;
+      f->out = at + kItemBytes;
       continue;
     }
     uint32_t type = streamWord(item + 4) & ~0xFFu;
@@ -188,12 +190,12 @@ int32_t Exporter::run(int32_t top) {
       }
       if (type == kBlob) {
         setStreamWord(base + at, next++);
-        ++f->item;
+        f->item = item + kItemBytes;
+        f->out = at + kItemBytes;
       } else {
         f->list = bytes;
+        f->listEnd = bytes + size;
         f->listOut = o;
-        f->elems = size / 4;
-        f->elem = 0;
       }
       continue;
     }
@@ -202,7 +204,8 @@ int32_t Exporter::run(int32_t top) {
       r = kBadRefType;
       break;
     }
-    ++f->item;
+    f->item = item + kItemBytes;
+    f->out = at + kItemBytes;
     if ((r = refer(ref, &index)) == 0) setStreamWord(base + at, index);
   }
   out_->SetSize(r == 0 ? used : 0);

@@ -77,10 +77,6 @@ int32_t Exporter::run(int32_t top) {
     fundra::Debug("zove", __LINE__);
 
   const fundra::ElementSpace& space = space_;
-  // The frames of the DLs being walked, innermost at `depth`: stack_'s bytes, which only grow (by
-  // a call of its own). Entering and leaving a DL moves a pointer, not a frame.
-  size_t depth = 0;
-  Frame* frames = nullptr;
   uint8_t* base = out_->MemPtr();
   int32_t used = fundra::kPersistBytes, room = out_->GetSize();
   int32_t next = 1;  // the next record's index
@@ -101,9 +97,11 @@ int32_t Exporter::run(int32_t top) {
     return offset;
   };
 
-  // The current DL's frame is frames[depth]; below the top DL's lies a sentinel without items,
-  // so the walk ends when it comes back to it.
-  frames = deeper();
+  // The frames of the DLs being walked, in stack_, which only grows (by a call of its own); f is
+  // the innermost and `last` the highest there is room for, so entering and leaving a DL moves a
+  // pointer. Below the top DL's frame lies a sentinel without items: the walk ends at it.
+  Frame* frames = deeper();
+  Frame* last = frames + stack_.size() - 1;
   Frame* f = frames;
   *f = Frame{nullptr, nullptr, nullptr, nullptr, 0, 0};
   // The index of DL n into *index. A DL without a record yet gets one, and its items are walked
@@ -128,8 +126,13 @@ int32_t Exporter::run(int32_t top) {
     setStreamWord(base + o + 8, 0);
     index_.set(n, next);
     *index = next++;
-    if (++depth == stack_.size()) frames = deeper();
-    f = frames + depth;
+    if (f == last) {
+      size_t depth = size_t(f - frames);
+      frames = deeper();
+      last = frames + stack_.size() - 1;
+      f = frames + depth;
+    }
+    ++f;
     const uint8_t* items = dl + kHeadBytes + dataSize;
     *f = Frame{items, items + kItemBytes * count, nullptr, nullptr, o + kHeadBytes + dataSize, 0};
     return 0;
@@ -154,8 +157,8 @@ int32_t Exporter::run(int32_t top) {
     }
     const uint8_t* item = f->item;
     if (item == f->end) {
-      if (depth == 0) break;
-      f = frames + --depth;
+      if (f == frames) break;
+      --f;
       continue;
     }
     static_assert(offsetof(Item, ref) == 0 && offsetof(Item, kind) == 4);

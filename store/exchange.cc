@@ -97,6 +97,19 @@ int32_t Exporter::run(int32_t top) {
     return offset;
   };
 
+  // Appends element n's bytes as a record and answers its offset, or a code: the space's for a
+  // number that names nothing, kWrongKind for a size that is not a multiple of `unit`. The
+  // element's bytes and size go to *bytes and *size.
+  auto appendElement = [&](int32_t n, int32_t unit, const uint8_t** bytes, int32_t* size)
+                           __attribute__((always_inline))
+                               ->int32_t {
+    *size = space.LmSize(n);
+    if (*size < 0) return *size;
+    if (*size % unit != 0) return kWrongKind;
+    *bytes = space.LmGet(n);
+    return append(*bytes, *size);
+  };
+
   // The frames of the DLs being walked, in stack_, which only grows (by a call of its own); f is
   // the innermost and `last` the highest there is room for, so entering and leaving a DL moves a
   // pointer. Below the top DL's frame lies a sentinel without items: the walk ends at it.
@@ -175,31 +188,29 @@ int32_t Exporter::run(int32_t top) {
       continue;
     }
     uint32_t type = streamWord(item + 4) & ~0xFFu;
-    if (type == kBlob || isListType(type)) {
-      int32_t size = space.LmSize(ref);
-      if (size < 0) {
-        r = size;
-        break;
-      }
-      if (type != kBlob && size % 4 != 0) {
-        r = kWrongKind;
-        break;
-      }
-      const uint8_t* bytes = space.LmGet(ref);
-      int32_t o = append(bytes, size);
+    // A blob's or list's record follows the DL's, straight from its element.
+    const uint8_t* bytes;
+    int32_t size;
+    if (type == kBlob) {
+      int32_t o = appendElement(ref, 1, &bytes, &size);
       if (o < 0) {
         r = o;
         break;
       }
-      if (type == kBlob) {
-        setStreamWord(base + at, next++);
-        f->item = item + kItemBytes;
-        f->out = at + kItemBytes;
-      } else {
-        f->list = bytes;
-        f->listEnd = bytes + size;
-        f->listOut = o;
+      setStreamWord(base + at, next++);
+      f->item = item + kItemBytes;
+      f->out = at + kItemBytes;
+      continue;
+    }
+    if (isListType(type)) {
+      int32_t o = appendElement(ref, 4, &bytes, &size);
+      if (o < 0) {
+        r = o;
+        break;
       }
+      f->list = bytes;
+      f->listEnd = bytes + size;
+      f->listOut = o;
       continue;
     }
     if (type != kHandle && type != kPartLink && type != kWeakHandle) {

@@ -118,24 +118,17 @@ int32_t Exporter::run(int32_t top) {
   Frame* f = frames;
   *f = Frame{nullptr, nullptr, nullptr, nullptr, 0, 0};
   // The index of DL n into *index. A DL without a record yet gets one, and its items are walked
-  // next: the current frame is saved and becomes the new DL's.
+  // next, in a frame above the current one.
   auto refer = [&](int32_t n, int32_t * index) __attribute__((always_inline))->int32_t {
     if (int32_t have = index_.get(n); have > 0) {
       *index = have;
       return 0;
     }
-    int32_t size = space.LmSize(n);
-    if (size < 0) return size;
-    if (size < kHeadBytes) return kWrongKind;
-    const uint8_t* dl = space.LmGet(n);
-    static_assert(offsetof(DLHead, owner) == 8 && offsetof(DLHead, dataSize) == 12 &&
-                  offsetof(DLHead, count) == 16);
-    int32_t dataSize = int32_t(streamWord(dl + 12)), count = int32_t(streamWord(dl + 16));
-    if (dataSize < 0 || count < 0 ||
-        int64_t(kHeadBytes) + dataSize + int64_t(kItemBytes) * count > size)
-      return kWrongKind;
-    int32_t o = append(dl, size);
+    DLView dl;
+    if (int32_t e = dlOpen(&space, n, &dl); e != 0) return e;
+    int32_t o = append(dl.base, dl.size);
     if (o < 0) return o;
+    static_assert(offsetof(DLHead, owner) == 8);
     setStreamWord(base + o + 8, 0);
     index_.set(n, next);
     *index = next++;
@@ -146,8 +139,9 @@ int32_t Exporter::run(int32_t top) {
       f = frames + depth;
     }
     ++f;
-    const uint8_t* items = dl + kHeadBytes + dataSize;
-    *f = Frame{items, items + kItemBytes * count, nullptr, nullptr, o + kHeadBytes + dataSize, 0};
+    const auto* items = reinterpret_cast<const uint8_t*>(dl.items);
+    *f = Frame{items,   items + kItemBytes * dl.count(), nullptr,
+               nullptr, o + int32_t(items - dl.base),    0};
     return 0;
   };
 

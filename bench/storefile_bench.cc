@@ -24,10 +24,11 @@
 #include <vector>
 
 #include "platform/fundra/space.h"
-#include "platform/zelkor/vhd.h"
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
 
 using namespace zelkor;
+using namespace storefile;
 
 namespace {
 

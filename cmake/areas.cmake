@@ -5,9 +5,20 @@ function(zove_area name)
   cmake_parse_arguments(A "" "" "SOURCES;DEPS;LIBS" ${ARGN})
   add_library(${name} OBJECT ${A_SOURCES})
   target_link_libraries(${name} PUBLIC ${A_LIBS})
-  set_property(GLOBAL APPEND PROPERTY ZOVE_AREAS ${name})
   set_property(TARGET ${name} PROPERTY ZOVE_DEPS ${A_DEPS})
   set_property(TARGET ${name} PROPERTY ZOVE_LIBS ${A_LIBS})
+endfunction()
+
+# zove_module_area(NAME SOURCES ... [DEPS area ...])
+#   An area of the module (libzove.so). Its symbols are hidden: the module exports only what is
+#   marked ZOVE_EXPORT (include/zove/export.h). Tests and tools that need an area's internals
+#   link its objects (zove_link_areas) instead of reaching through the shared library.
+function(zove_module_area name)
+  cmake_parse_arguments(A "" "" "SOURCES;DEPS" ${ARGN})
+  zove_area(${name} SOURCES ${A_SOURCES} DEPS ${A_DEPS} LIBS zplatform)
+  set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_definitions(${name} PRIVATE ZOVE_BUILDING_MODULE)
+  set_property(GLOBAL APPEND PROPERTY ZOVE_MODULE_AREAS ${name})
 endfunction()
 
 # Collects an area and, depth first, the areas it builds on.
@@ -35,16 +46,11 @@ function(zove_link_areas target)
   endforeach()
 endfunction()
 
-# zove_test_dir(DIR AREAS area ... [LIBS lib ...]): one GoogleTest program from every .cc in
-# tests/DIR, registered with CTest test by test.
-function(zove_test_dir dir)
-  cmake_parse_arguments(T "" "" "AREAS;LIBS" ${ARGN})
-  file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${dir}/*.cc)
-  if(NOT srcs)
-    return()
-  endif()
-  set(name test_${dir})
-  add_executable(${name} ${srcs})
+# zove_test(NAME SOURCES ... [AREAS area ...] [LIBS lib ...]): one GoogleTest program, registered
+# with CTest test by test. AREAS are linked as objects (with what they build on).
+function(zove_test name)
+  cmake_parse_arguments(T "" "" "SOURCES;AREAS;LIBS" ${ARGN})
+  add_executable(${name} ${T_SOURCES})
   zove_link_areas(${name} ${T_AREAS})
   target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)

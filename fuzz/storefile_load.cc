@@ -9,12 +9,13 @@
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
 #include "platform/zelkor/log.h"
-#include "platform/zelkor/recfile.h"
-#include "platform/zelkor/vhd.h"
-#include "platform/zelkor/vhd_db.h"
+#include "platform/storefile/recfile.h"
+#include "platform/storefile/vhd.h"
+#include "platform/storefile/database.h"
 #include "platform/zelkor/zelkor.h"
 
 using namespace zelkor;
+using namespace storefile;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const std::string path = "/tmp/zove-fuzz-store-" + std::to_string(getpid()) + ".zst";

@@ -12,7 +12,7 @@
 #include "platform/fundra/debug.h"
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
-#include "platform/zelkor/vhd.h"
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/dl.h"
 #include "store/inspect.h"
@@ -21,6 +21,7 @@
 namespace zt {
 
 using namespace zelkor;
+using namespace storefile;
 using namespace zove;
 
 constexpr Word kChannel = toWord(fc("tChn"));

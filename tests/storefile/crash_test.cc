@@ -18,6 +18,7 @@
 
 using namespace storetest;
 using namespace zelkor;
+using namespace storefile;
 
 namespace {
 

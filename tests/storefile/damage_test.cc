@@ -4,11 +4,12 @@
 
 #include <cstdint>
 
-#include "platform/zelkor/vhd_db.h"
+#include "platform/storefile/database.h"
 #include "tests/storefile/support.h"
 
 using namespace storetest;
 using namespace zelkor;
+using namespace storefile;
 
 namespace {
 

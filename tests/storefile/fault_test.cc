@@ -5,12 +5,13 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "platform/zelkor/vhd_db.h"
-#include "platform/zelkor/vhd_vfs.h"
+#include "platform/storefile/database.h"
+#include "platform/storefile/vfs.h"
 #include "tests/storefile/support.h"
 
 using namespace storetest;
 using namespace zelkor;
+using namespace storefile;
 using storefile::IoFaultKind;
 using storefile::IoFaults;
 using storefile::StoreDb;

@@ -4,11 +4,12 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include "platform/zelkor/vhd_vfs.h"
+#include "platform/storefile/vfs.h"
 #include "tests/storefile/support.h"
 
 using namespace storetest;
 using namespace zelkor;
+using namespace storefile;
 
 namespace {
 

@@ -9,6 +9,7 @@
 
 using namespace storetest;
 using namespace zelkor;
+using namespace storefile;
 
 namespace {
 

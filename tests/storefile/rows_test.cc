@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/zelkor/vhd_rows.h"
+#include "platform/storefile/rows.h"
 
-using zelkor::storefile::SegmentRows;
+using storefile::SegmentRows;
 
 namespace {
 

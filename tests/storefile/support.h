@@ -1,4 +1,4 @@
-// Helpers shared by the store-file tests: scratch folders, handles, space content and models.
+// Helpers shared by the store file's tests: scratch folders, handles, space content and models.
 #pragma once
 
 #include <unistd.h>
@@ -14,8 +14,8 @@
 
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
-#include "platform/zelkor/recfile.h"
-#include "platform/zelkor/vhd.h"
+#include "platform/storefile/recfile.h"
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
 
 namespace storetest {
@@ -59,7 +59,7 @@ inline Word newHandle() {
 
 inline fundra::ElementSpace* spaceOf(Word h) {
   fundra::ElementSpace* s = nullptr;
-  return send(h, zelkor::kHGtH, &s) == 0 ? s : nullptr;
+  return send(h, storefile::kHGtH, &s) == 0 ? s : nullptr;
 }
 
 // The content of a space as a plain map: number -> bytes.
@@ -91,16 +91,16 @@ inline std::vector<uint8_t> randomBytes(std::mt19937& rng, int maxSize) {
 // that fails leaves the record out and its code in *failure.
 inline std::map<int32_t, std::vector<uint8_t>> recordsOf(Word h, int32_t* failure = nullptr) {
   std::map<int32_t, std::vector<uint8_t>> out;
-  Word file = send(h, zelkor::kHGtF);
-  int32_t n = zelkor::i32(send(file, zelkor::kHCId, kTVhd));
+  Word file = send(h, storefile::kHGtF);
+  int32_t n = zelkor::i32(send(file, storefile::kHCId, kTVhd));
   for (int32_t i = 1; i <= n; ++i) {
-    int32_t id = zelkor::i32(send(file, zelkor::kHEId, kTVhd, i));
+    int32_t id = zelkor::i32(send(file, storefile::kHEId, kTVhd, i));
     fundra::TMemory* mem = nullptr;
-    if (Word r = send(file, zelkor::kHRed, kTVhd, id, &mem, 0)) {
+    if (Word r = send(file, storefile::kHRed, kTVhd, id, &mem, 0)) {
       if (failure) *failure = zelkor::i32(r);
       continue;
     }
-    send(file, zelkor::kHDet, mem);
+    send(file, storefile::kHDet, mem);
     out[id] = std::vector<uint8_t>(mem->MemPtr(), mem->MemPtr() + mem->GetSize());
     delete mem;
   }
@@ -109,21 +109,21 @@ inline std::map<int32_t, std::vector<uint8_t>> recordsOf(Word h, int32_t* failur
 
 // Writes a record through the record file object the way the store does; answers the id.
 inline int32_t writeRecord(Word file, const std::vector<uint8_t>& bytes) {
-  int32_t id = zelkor::i32(send(file, zelkor::kHUId, kTVhd, 1000));
+  int32_t id = zelkor::i32(send(file, storefile::kHUId, kTVhd, 1000));
   fundra::TMemory mem(int32_t(bytes.size()));
   if (!bytes.empty()) std::copy(bytes.begin(), bytes.end(), mem.MemPtr());
-  if (send(file, zelkor::kHCrt, &mem, kTVhd, id) != 0) return -1;
-  Word r = send(file, zelkor::kHWrt, &mem);
-  send(file, zelkor::kHDet, &mem);
+  if (send(file, storefile::kHCrt, &mem, kTVhd, id) != 0) return -1;
+  Word r = send(file, storefile::kHWrt, &mem);
+  send(file, storefile::kHDet, &mem);
   return r == 0 ? id : -1;
 }
 
 // Opens a file into a new handle and installs (loads) it; answers the handle or 0, and the code.
-inline Word openStore(const std::string& path, zelkor::VhdOpenMode mode, int32_t* code) {
+inline Word openStore(const std::string& path, storefile::VhdOpenMode mode, int32_t* code) {
   Word h = newHandle();
-  *code = zelkor::vhdOpenFile(h, path, mode);
+  *code = storefile::vhdOpenFile(h, path, mode);
   fundra::ElementSpace* s = nullptr;
-  if (*code == 0) *code = int32_t(send(h, zelkor::kHGtH, &s));
+  if (*code == 0) *code = int32_t(send(h, storefile::kHGtH, &s));
   if (*code != 0) {
     send(h, fc("Dspo"));
     return 0;

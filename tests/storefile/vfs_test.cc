@@ -6,12 +6,12 @@
 
 #include <string>
 
-#include "platform/zelkor/vhd_vfs.h"
+#include "platform/storefile/vfs.h"
 #include "tests/storefile/support.h"
 
 namespace {
 
-using zelkor::storefile::storeVfsName;
+using storefile::storeVfsName;
 
 int exec(sqlite3* db, const std::string& sql) {
   return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr);

@@ -1,5 +1,5 @@
 // The value-handle base as the store uses it, without a file.
-#include "platform/zelkor/vhd.h"
+#include "platform/storefile/vhd.h"
 
 #include <gtest/gtest.h>
 
@@ -7,6 +7,7 @@
 #include "platform/zelkor/zelkor.h"
 
 using namespace zelkor;
+using namespace storefile;
 
 namespace {
 

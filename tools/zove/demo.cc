@@ -10,7 +10,7 @@
 #include "platform/fundra/memory.h"
 #include "platform/fundra/tdate.h"
 #include "platform/fundra/tstring.h"
-#include "platform/zelkor/vhd.h"
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/zove.h"
 #include "tools/zove/commands.h"
@@ -57,14 +57,14 @@ class Tour {
     store_ = newStore();
     send("making the store", zero, fc("HNew"), 0, kVersion);
     if (failed_) return false;
-    if (int32_t rc = zelkor::vhdCreateFile(store_, path_)) return refuse("creating", rc);
+    if (int32_t rc = storefile::vhdCreateFile(store_, path_)) return refuse("creating", rc);
     return send("installing", zero, fc("TSIn"), kToolChannel, kVersion) == 0 && !failed_;
   }
 
   bool reopen() {
     close();
     store_ = newStore();
-    if (int32_t rc = zelkor::vhdOpenFile(store_, path_, zelkor::VhdOpenMode::kReadOnly))
+    if (int32_t rc = storefile::vhdOpenFile(store_, path_, storefile::VhdOpenMode::kReadOnly))
       return refuse("reopening", rc);
     return send("installing again", zero, fc("TSIn"), kToolChannel, kVersion) == 0 && !failed_;
   }
@@ -107,7 +107,7 @@ class Tour {
   }
   bool refuse(const char* what, int32_t rc) {
     std::fprintf(stderr, "zove demo: %s %s: %s (%d)\n", what, path_.c_str(),
-                 zelkor::vhdCodeText(rc), rc);
+                 storefile::vhdCodeText(rc), rc);
     printLog(stderr, log_.take());
     failed_ = true;
     return false;

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <deque>
 
-#include "platform/zelkor/vhd.h"
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/dl.h"
 
@@ -31,12 +31,12 @@ bool StoreFile::open(bool writable) {
   }
   store_ = zelkor::send(cls, fc("New "));
   zelkor::send(store_, fc("Setu"));
-  int32_t rc = zelkor::vhdOpenFile(
-      store_, path_, writable ? zelkor::VhdOpenMode::kReadWrite : zelkor::VhdOpenMode::kReadOnly);
+  int32_t rc = storefile::vhdOpenFile(
+      store_, path_, writable ? storefile::VhdOpenMode::kReadWrite : storefile::VhdOpenMode::kReadOnly);
   if (rc == 0) rc = zelkor::i32(zelkor::send(store_, fc("HGtH"), &space_));
-  if (rc == 0 && !space_) rc = zelkor::kVhdNoValue;
+  if (rc == 0 && !space_) rc = storefile::kVhdNoValue;
   if (rc != 0) {
-    fail(std::string(zelkor::vhdCodeText(rc)) + " (" + std::to_string(rc) + ")");
+    fail(std::string(storefile::vhdCodeText(rc)) + " (" + std::to_string(rc) + ")");
     printLog(stderr, takeLog());
     return false;
   }

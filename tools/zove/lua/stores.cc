@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/zelkor/vhd.h"
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/zove.h"
 #include "tools/zove/lua/api.h"
@@ -48,7 +48,7 @@ int refuse(lua_State* L, Word store, int32_t code) {
   untrackObject(store);
   lua_pushnil(L);
   lua_pushinteger(L, code);
-  lua_pushstring(L, zelkor::vhdCodeText(code));
+  lua_pushstring(L, storefile::vhdCodeText(code));
   return 3;
 }
 
@@ -58,7 +58,7 @@ int luaCreate(lua_State* L) {
   Word store = newStore();
   if (!store) return luaL_error(L, "zove.create: the module has no store class '@zov'");
   int32_t rc = zelkor::i32(zelkor::send(store, fc("HNew"), 0, int32_t(version)));
-  if (rc == 0) rc = zelkor::vhdCreateFile(store, path);
+  if (rc == 0) rc = storefile::vhdCreateFile(store, path);
   if (rc != 0) return refuse(L, store, rc);
   pushObject(L, store);
   return 1;
@@ -71,8 +71,8 @@ int luaOpen(lua_State* L) {
     return luaL_error(L, "zove.open: mode '%s' is neither \"r\" nor \"rw\"", mode);
   Word store = newStore();
   if (!store) return luaL_error(L, "zove.open: the module has no store class '@zov'");
-  int32_t rc = zelkor::vhdOpenFile(
-      store, path, mode[1] ? zelkor::VhdOpenMode::kReadWrite : zelkor::VhdOpenMode::kReadOnly);
+  int32_t rc = storefile::vhdOpenFile(
+      store, path, mode[1] ? storefile::VhdOpenMode::kReadWrite : storefile::VhdOpenMode::kReadOnly);
   if (rc != 0) return refuse(L, store, rc);
   pushObject(L, store);
   return 1;

@@ -1,1 +1,0 @@
-fuzz_target(space space_load.cc fundra_core)

@@ -1,0 +1,302 @@
+// A pass-through SQLite file layer with a failure switch (see vfs.h).
+//
+// The layer wraps the default one: its file object is the default file object followed by a
+// pointer to it, and every method forwards. Only read, write, truncate and sync are counted,
+// because those are the calls whose failure a store must survive.
+#include "platform/storefile/vfs.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <mutex>
+
+namespace storefile {
+
+namespace {
+
+struct FaultState {
+  std::atomic<int64_t> calls{0};
+  std::atomic<int64_t> failed{0};
+  std::atomic<int64_t> written{0};
+  int64_t failAt = 0;
+  bool sticky = false;
+  IoFaultKind kind = IoFaultKind::kIoError;
+};
+
+FaultState& faults() {
+  static FaultState s;
+  return s;
+}
+
+// Answers the code the counted call must fail with, or SQLITE_OK to let it through.
+int fault(int ioerr, bool isWrite) {
+  FaultState& f = faults();
+  int64_t n = ++f.calls;
+  if (!f.failAt || n < f.failAt || (!f.sticky && n != f.failAt)) return SQLITE_OK;
+  ++f.failed;
+  return isWrite && f.kind == IoFaultKind::kDiskFull ? SQLITE_FULL : ioerr;
+}
+
+// A rollback journal is written as many small appends (a page number, a page, a checksum, for
+// every page a save changes), and a big save writes the database's pages one after another. The
+// layer gathers writes that follow each other and passes them on in writes of 64 KiB before
+// anything else touches the file: a sync, a read, a truncation, a size query, a write elsewhere,
+// an unlock, a close. The system takes large writes at far less cost per byte than page-sized
+// ones. Nothing a sync makes durable changes: a process killed with writes still gathered is a
+// process killed before it made them, and SQLite touches the database file only after it has
+// synced the journal.
+constexpr int kGatherBuffer = 1 << 20;
+constexpr int kMostPerWrite = 64 << 10;
+
+// A persistent rollback journal commits a save by zeroing its header: from that write on the
+// journal is no longer hot, and the database file holds the new save. SQLite then syncs the
+// journal; if that sync fails, the save answers a failure, so the layer writes the header back,
+// and the journal is hot again: the next writer rolls the file back to the save before, as for
+// any failed save. The layer follows the header's bytes through every write for that.
+constexpr int kJournalHeader = 28;
+
+struct ShimFile {
+  sqlite3_file base;  // methods = &kShimMethods
+  sqlite3_file* real;
+  uint8_t* pending;  // gathered writes (null for files read only)
+  sqlite3_int64 pendingAt;
+  int pendingBytes;
+  bool journal;
+  bool headerZeroed;               // the last write of the header zeroed it
+  uint8_t header[kJournalHeader];  // the header as last written with content
+};
+
+sqlite3_vfs* gReal = nullptr;
+sqlite3_vfs gShim;
+
+sqlite3_file* real(sqlite3_file* f) { return reinterpret_cast<ShimFile*>(f)->real; }
+
+// Passes the gathered writes on; answers the write's code.
+int flush(sqlite3_file* f) {
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  if (shim->pendingBytes == 0) return SQLITE_OK;
+  int n = shim->pendingBytes;
+  shim->pendingBytes = 0;
+  // The system's layer takes at most 128 KiB a write (SQLite never writes more than a page).
+  for (int done = 0; done < n; done += kMostPerWrite) {
+    int part = n - done < kMostPerWrite ? n - done : kMostPerWrite;
+    if (int r =
+            real(f)->pMethods->xWrite(real(f), shim->pending + done, part, shim->pendingAt + done))
+      return r;
+  }
+  return SQLITE_OK;
+}
+
+int shimClose(sqlite3_file* f) {
+  int r = real(f)->pMethods ? flush(f) : SQLITE_OK;
+  int c = real(f)->pMethods ? real(f)->pMethods->xClose(real(f)) : SQLITE_OK;
+  sqlite3_free(real(f));
+  sqlite3_free(reinterpret_cast<ShimFile*>(f)->pending);
+  return r != SQLITE_OK ? r : c;
+}
+int shimRead(sqlite3_file* f, void* p, int n, sqlite3_int64 at) {
+  if (int r = fault(SQLITE_IOERR_READ, false)) return r;
+  if (int r = flush(f)) return r;
+  return real(f)->pMethods->xRead(real(f), p, n, at);
+}
+// Follows the journal header through a write that was let through.
+void followHeader(ShimFile* shim, const uint8_t* p, int n, sqlite3_int64 at) {
+  if (!shim->journal || at >= kJournalHeader) return;
+  static const uint8_t kZeros[kJournalHeader] = {};
+  if (at == 0 && n == kJournalHeader && std::memcmp(p, kZeros, kJournalHeader) == 0) {
+    shim->headerZeroed = true;
+    return;
+  }
+  shim->headerZeroed = false;
+  int from = int(at), to = std::min<sqlite3_int64>(at + n, kJournalHeader);
+  std::memcpy(shim->header + from, p, size_t(to - from));
+}
+
+int shimWrite(sqlite3_file* f, const void* p, int n, sqlite3_int64 at) {
+  if (int r = fault(SQLITE_IOERR_WRITE, true)) return r;
+  faults().written += n;
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  followHeader(shim, static_cast<const uint8_t*>(p), n, at);
+  if (shim->pending && n <= kGatherBuffer) {
+    if (shim->pendingBytes > 0 &&
+        (at != shim->pendingAt + shim->pendingBytes || shim->pendingBytes + n > kGatherBuffer)) {
+      if (int r = flush(f)) return r;
+    }
+    if (shim->pendingBytes == 0) shim->pendingAt = at;
+    std::memcpy(shim->pending + shim->pendingBytes, p, size_t(n));
+    shim->pendingBytes += n;
+    return SQLITE_OK;
+  }
+  if (int r = flush(f)) return r;
+  return real(f)->pMethods->xWrite(real(f), p, n, at);
+}
+int shimTruncate(sqlite3_file* f, sqlite3_int64 size) {
+  if (int r = fault(SQLITE_IOERR_TRUNCATE, false)) return r;
+  if (int r = flush(f)) return r;
+  return real(f)->pMethods->xTruncate(real(f), size);
+}
+int shimSync(sqlite3_file* f, int flags) {
+  int r = fault(SQLITE_IOERR_FSYNC, false);
+  if (!r) r = flush(f);
+  if (!r) r = real(f)->pMethods->xSync(real(f), flags);
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  if (r && shim->headerZeroed) {
+    // The commit's sync failed: make the journal hot again (see kJournalHeader), after the
+    // zeroing write if it is still gathered.
+    shim->headerZeroed = false;
+    flush(f);
+    real(f)->pMethods->xWrite(real(f), shim->header, kJournalHeader, 0);
+  }
+  return r;
+}
+int shimFileSize(sqlite3_file* f, sqlite3_int64* size) {
+  if (int r = flush(f)) return r;
+  return real(f)->pMethods->xFileSize(real(f), size);
+}
+int shimLock(sqlite3_file* f, int l) { return real(f)->pMethods->xLock(real(f), l); }
+int shimUnlock(sqlite3_file* f, int l) {
+  if (int r = flush(f)) return r;
+  return real(f)->pMethods->xUnlock(real(f), l);
+}
+int shimCheckReserved(sqlite3_file* f, int* out) {
+  return real(f)->pMethods->xCheckReservedLock(real(f), out);
+}
+int shimFileControl(sqlite3_file* f, int op, void* arg) {
+  if (int r = flush(f)) return r;
+  return real(f)->pMethods->xFileControl(real(f), op, arg);
+}
+int shimSectorSize(sqlite3_file* f) { return real(f)->pMethods->xSectorSize(real(f)); }
+int shimDeviceCharacteristics(sqlite3_file* f) {
+  return real(f)->pMethods->xDeviceCharacteristics(real(f));
+}
+
+// A mapped read counts as a read: a test can fail it like any other. Shared memory is never
+// offered (the store file uses a rollback journal).
+int shimFetch(sqlite3_file* f, sqlite3_int64 at, int n, void** p) {
+  *p = nullptr;
+  if (int r = fault(SQLITE_IOERR_READ, false)) return r;
+  const sqlite3_io_methods* m = real(f)->pMethods;
+  return m->iVersion >= 3 && m->xFetch ? m->xFetch(real(f), at, n, p) : SQLITE_OK;
+}
+int shimUnfetch(sqlite3_file* f, sqlite3_int64 at, void* p) {
+  const sqlite3_io_methods* m = real(f)->pMethods;
+  return m->iVersion >= 3 && m->xUnfetch ? m->xUnfetch(real(f), at, p) : SQLITE_OK;
+}
+
+const sqlite3_io_methods kShimMethods = {
+    .iVersion = 3,
+    .xClose = shimClose,
+    .xRead = shimRead,
+    .xWrite = shimWrite,
+    .xTruncate = shimTruncate,
+    .xSync = shimSync,
+    .xFileSize = shimFileSize,
+    .xLock = shimLock,
+    .xUnlock = shimUnlock,
+    .xCheckReservedLock = shimCheckReserved,
+    .xFileControl = shimFileControl,
+    .xSectorSize = shimSectorSize,
+    .xDeviceCharacteristics = shimDeviceCharacteristics,
+    .xShmMap = nullptr,
+    .xShmLock = nullptr,
+    .xShmBarrier = nullptr,
+    .xShmUnmap = nullptr,
+    .xFetch = shimFetch,
+    .xUnfetch = shimUnfetch,
+};
+
+int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, int* outFlags) {
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  shim->base.pMethods = nullptr;
+  shim->pending = nullptr;
+  shim->pendingBytes = 0;
+  shim->journal = (flags & SQLITE_OPEN_MAIN_JOURNAL) != 0;
+  shim->headerZeroed = false;
+  std::memset(shim->header, 0, sizeof shim->header);
+  shim->real = static_cast<sqlite3_file*>(sqlite3_malloc(gReal->szOsFile));
+  if (!shim->real) return SQLITE_NOMEM;
+  shim->real->pMethods = nullptr;
+  int r = gReal->xOpen(gReal, name, shim->real, flags, outFlags);
+  if (r != SQLITE_OK) {
+    if (shim->real->pMethods) shim->real->pMethods->xClose(shim->real);
+    sqlite3_free(shim->real);
+    return r;
+  }
+  // Without the memory the file is simply written as SQLite writes it.
+  if ((flags & (SQLITE_OPEN_MAIN_JOURNAL | SQLITE_OPEN_MAIN_DB)) && (flags & SQLITE_OPEN_READWRITE))
+    shim->pending = static_cast<uint8_t*>(sqlite3_malloc(kGatherBuffer));
+  shim->base.pMethods = &kShimMethods;
+  return SQLITE_OK;
+}
+
+int shimDelete(sqlite3_vfs*, const char* name, int syncDir) {
+  return gReal->xDelete(gReal, name, syncDir);
+}
+int shimAccess(sqlite3_vfs*, const char* name, int flags, int* out) {
+  return gReal->xAccess(gReal, name, flags, out);
+}
+int shimFullPathname(sqlite3_vfs*, const char* name, int n, char* out) {
+  return gReal->xFullPathname(gReal, name, n, out);
+}
+void* shimDlOpen(sqlite3_vfs*, const char* name) { return gReal->xDlOpen(gReal, name); }
+void shimDlError(sqlite3_vfs*, int n, char* out) { gReal->xDlError(gReal, n, out); }
+void (*shimDlSym(sqlite3_vfs*, void* lib, const char* sym))(void) {
+  return gReal->xDlSym(gReal, lib, sym);
+}
+void shimDlClose(sqlite3_vfs*, void* lib) { gReal->xDlClose(gReal, lib); }
+int shimRandomness(sqlite3_vfs*, int n, char* out) { return gReal->xRandomness(gReal, n, out); }
+int shimSleep(sqlite3_vfs*, int us) { return gReal->xSleep(gReal, us); }
+int shimCurrentTime(sqlite3_vfs*, double* t) { return gReal->xCurrentTime(gReal, t); }
+int shimGetLastError(sqlite3_vfs*, int n, char* out) {
+  return gReal->xGetLastError ? gReal->xGetLastError(gReal, n, out) : 0;
+}
+int shimCurrentTimeInt64(sqlite3_vfs*, sqlite3_int64* t) {
+  return gReal->xCurrentTimeInt64(gReal, t);
+}
+
+}  // namespace
+
+void IoFaults::failAt(int64_t n, IoFaultKind kind, bool sticky) {
+  FaultState& f = faults();
+  f.failAt = n;
+  f.kind = kind;
+  f.sticky = sticky;
+  f.calls = 0;
+  f.failed = 0;
+  f.written = 0;
+}
+
+int64_t IoFaults::calls() { return faults().calls; }
+int64_t IoFaults::failed() { return faults().failed; }
+int64_t IoFaults::bytesWritten() { return faults().written; }
+
+const char* storeVfsName() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    gReal = sqlite3_vfs_find(nullptr);
+    gShim = sqlite3_vfs{};
+    gShim.iVersion = 2;
+    gShim.szOsFile = int(sizeof(ShimFile));
+    gShim.mxPathname = gReal->mxPathname;
+    gShim.zName = "zove-store";
+    gShim.xOpen = shimOpen;
+    gShim.xDelete = shimDelete;
+    gShim.xAccess = shimAccess;
+    gShim.xFullPathname = shimFullPathname;
+    gShim.xDlOpen = shimDlOpen;
+    gShim.xDlError = shimDlError;
+    gShim.xDlSym = shimDlSym;
+    gShim.xDlClose = shimDlClose;
+    gShim.xRandomness = shimRandomness;
+    gShim.xSleep = shimSleep;
+    gShim.xCurrentTime = shimCurrentTime;
+    gShim.xGetLastError = shimGetLastError;
+    gShim.xCurrentTimeInt64 = shimCurrentTimeInt64;
+    sqlite3_vfs_register(&gShim, 0);
+  });
+  return "zove-store";
+}
+
+}  // namespace storefile

@@ -33,7 +33,7 @@ Object* leaf() {
     Defn(gLeaf, kPong, leafPong);
     Defn(gMid, kPong, midPong);
     Defn(gBase, kDeep, basePing);
-    return asObject(send(gLeaf->classObject, fc("New ")));
+    return asObject(send(gLeaf->classObject, kNew_));
   }();
   return o;
 }

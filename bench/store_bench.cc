@@ -31,7 +31,7 @@
 #include "platform/fundra/space.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/dl.h"
-#include "store/zove.h"
+#include "zove/store.h"
 
 using namespace zove;
 using zelkor::fc;
@@ -53,10 +53,10 @@ void boot() {
 
 Object* newStore(fundra::ElementSpace* space) {
   boot();
-  Object* s = zelkor::asObject(send(zelkor::ZelkorLookup(kZoveSig), fc("New ")));
-  send(s, fc("Setu"));
+  Object* s = zelkor::asObject(send(zelkor::ZelkorLookup(kZoveSig), kNew_));
+  send(s, kSetu);
   if (!s) std::abort();
-  send(s, fc("HNew"), space, 1);
+  send(s, kHNew, space, 1);
   return s;
 }
 
@@ -67,27 +67,27 @@ constexpr FourCC kKeys[8] = {fc("Colr"), fc("Date"), fc("Flag"), fc("Name"),
 
 void BM_ValueGet(benchmark::State& state) {
   Object* s = newStore(nullptr);
-  Word dl = send(s, fc("TSDN"), fc("data"), 0, 0);
-  for (int i = 0; i < 8; ++i) send(s, fc("TSVS"), dl, kKeys[i], i);
+  Word dl = send(s, kTSDN, fc("data"), 0, 0);
+  for (int i = 0; i < 8; ++i) send(s, kTSVS, dl, kKeys[i], i);
   int32_t v = 0, i = 0;
   for (auto _ : state) {
-    send(s, fc("TSVG"), dl, kKeys[i], &v);
+    send(s, kTSVG, dl, kKeys[i], &v);
     benchmark::DoNotOptimize(v);
     i = (i + 1) & 7;
   }
-  send(s, fc("Dspo"));
+  send(s, kDspo);
 }
 
 void BM_ValueSet(benchmark::State& state) {
   Object* s = newStore(nullptr);
-  Word dl = send(s, fc("TSDN"), fc("data"), 0, 0);
-  for (int i = 0; i < 8; ++i) send(s, fc("TSVS"), dl, kKeys[i], i);
+  Word dl = send(s, kTSDN, fc("data"), 0, 0);
+  for (int i = 0; i < 8; ++i) send(s, kTSVS, dl, kKeys[i], i);
   int32_t i = 0;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(send(s, fc("TSVS"), dl, kKeys[i], i));
+    benchmark::DoNotOptimize(send(s, kTSVS, dl, kKeys[i], i));
     i = (i + 1) & 7;
   }
-  send(s, fc("Dspo"));
+  send(s, kDspo);
 }
 
 void BM_KeySearchReference(benchmark::State& state) {
@@ -177,13 +177,13 @@ fundra::ElementSpace* GraphSpace(const Graph& g) {
 void BM_Collect(benchmark::State& state) {
   const Graph& g = TheGraph(int32_t(state.range(0)));
   Object* s = newStore(GraphSpace(g));
-  for (auto _ : state) benchmark::DoNotOptimize(send(s, fc("TSGC")));
+  for (auto _ : state) benchmark::DoNotOptimize(send(s, kTSGC));
   fundra::ElementSpace* sp = nullptr;
-  send(s, fc("HGtH"), &sp);
+  send(s, kHGtH, &sp);
   if (sp->LmLiveCount() != g.n + 1) state.SkipWithError("the collection lost DLs");
   state.counters["ns/DL"] = benchmark::Counter(
       double(g.n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-  send(s, fc("Dspo"));
+  send(s, kDspo);
 }
 
 // The space's validity check on the same store, which TSGC runs before and after freeing: the
@@ -252,14 +252,14 @@ void BM_Grow(benchmark::State& state) {
     std::vector<int32_t> made{1};
     made.reserve(kGrowTo + 1);
     for (int32_t i = 1; i <= kGrowTo; ++i) {
-      int32_t dl = zelkor::i32(send(s, fc("TSDN"), fc("data"), 0, 0));
+      int32_t dl = zelkor::i32(send(s, kTSDN, fc("data"), 0, 0));
       int32_t up = made[size_t((i - 1) / 2)];
-      send(s, fc("TSAS"), up, (i - 1) % 2 == 0 ? fc("c0  ") : fc("c1  "), dl);
-      send(s, fc("TSVS"), dl, fc("valu"), i);
+      send(s, kTSAS, up, (i - 1) % 2 == 0 ? fc("c0  ") : fc("c1  "), dl);
+      send(s, kTSVS, dl, fc("valu"), i);
       made.push_back(dl);
     }
     state.PauseTiming();
-    send(s, fc("Dspo"));
+    send(s, kDspo);
     state.ResumeTiming();
   }
   // One counted change per DL (TSDN): the 0 -> 100k store counted 100k changes.

@@ -15,8 +15,8 @@
 #include "platform/fundra/persist.h"
 #include "platform/fundra/space.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/zove.h"
 #include "store/zove_class.h"
+#include "zove/store.h"
 
 // The module's identity symbol: referring to it keeps the module linked (its classes register
 // from static initializers, which nothing else here would call for).
@@ -41,24 +41,24 @@ struct Fixture {
   Fixture() {
     benchmark::DoNotOptimize(zoveModuleName());
     zelkor::ZelkorBoot();
-    store = zelkor::asObject(send(zelkor::ZelkorLookup(zove::kZoveSig), fc("New ")));
-    send(store, fc("Setu"));
-    send(store, fc("HNew"), 0, 1);
-    top = i32(send(store, fc("TSDN"), fc("top "), 0, 0));
+    store = zelkor::asObject(send(zelkor::ZelkorLookup(zove::kZoveSig), kNew_));
+    send(store, kSetu);
+    send(store, kHNew, 0, 1);
+    top = i32(send(store, kTSDN, fc("top "), 0, 0));
     for (int o = 0; o < kObjects; ++o) {
-      int32_t obj = i32(send(store, fc("TSDN"), fc("obj "), 8, 0));
-      send(store, fc("TSLA"), top, fc("Objs"), obj);
-      send(store, fc("TSBW"), obj, fc("Name"), "an object name!", 16);
-      send(store, fc("TSVS"), obj, fc("Valu"), o);
+      int32_t obj = i32(send(store, kTSDN, fc("obj "), 8, 0));
+      send(store, kTSLA, top, fc("Objs"), obj);
+      send(store, kTSBW, obj, fc("Name"), "an object name!", 16);
+      send(store, kTSVS, obj, fc("Valu"), o);
       for (int p = 0; p < kParts; ++p) {
-        int32_t part = i32(send(store, fc("TSDN"), fc("part"), 4, 0));
-        send(store, fc("TSLA"), obj, fc("Subs"), part);
-        send(store, fc("TSVS"), part, fc("Valu"), p);
-        send(store, fc("TSBW"), part, fc("Blob"), "8 bytes", 8);
-        send(store, fc("TSHS"), part, fc("Back"), obj);
+        int32_t part = i32(send(store, kTSDN, fc("part"), 4, 0));
+        send(store, kTSLA, obj, fc("Subs"), part);
+        send(store, kTSVS, part, fc("Valu"), p);
+        send(store, kTSBW, part, fc("Blob"), "8 bytes", 8);
+        send(store, kTSHS, part, fc("Back"), obj);
       }
     }
-    if (send(store, fc("TSEx"), top, &stream) != 0 || stream.GetSize() == 0) {
+    if (send(store, kTSEx, top, &stream) != 0 || stream.GetSize() == 0) {
       std::fprintf(stderr, "bench_exchange: the structure could not be built\n");
       std::exit(1);
     }
@@ -90,7 +90,7 @@ void BM_MemcpyStream(benchmark::State& state) {
 void BM_Export(benchmark::State& state) {
   Fixture& f = fixture();
   fundra::TMemory out;
-  for (auto _ : state) benchmark::DoNotOptimize(send(f.store, fc("TSEx"), f.top, &out));
+  for (auto _ : state) benchmark::DoNotOptimize(send(f.store, kTSEx, f.top, &out));
   state.SetBytesProcessed(int64_t(state.iterations()) * f.stream.GetSize());
   perDL(state);
 }
@@ -119,20 +119,20 @@ void BM_ExportFloor(benchmark::State& state) {
 
 void BM_Import(benchmark::State& state) {
   Fixture& f = fixture();
-  int32_t target = i32(send(f.store, fc("TSDN"), fc("tgt "), 0, 0));
+  int32_t target = i32(send(f.store, kTSDN, fc("tgt "), 0, 0));
   int n = 0;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(send(f.store, fc("TSIm"), target, &f.stream));
+    benchmark::DoNotOptimize(send(f.store, kTSIm, target, &f.stream));
     if (++n % 8 == 0) {  // the replaced structures are garbage: collect now and then
       state.PauseTiming();
-      send(f.store, fc("TSGC"));
+      send(f.store, kTSGC);
       state.ResumeTiming();
     }
   }
   state.SetBytesProcessed(int64_t(state.iterations()) * f.stream.GetSize());
   perDL(state);
-  send(f.store, fc("TSDU"), target);
-  send(f.store, fc("TSGC"));
+  send(f.store, kTSDU, target);
+  send(f.store, kTSGC);
 }
 
 // The floor under TSIm in the space: make the stream's elements in one call and copy each record's
@@ -160,22 +160,22 @@ void BM_ImportFloor(benchmark::State& state) {
     benchmark::ClobberMemory();
     if (++n % 8 == 0) {  // nothing refers to them: each collection frees them all
       state.PauseTiming();
-      send(f.store, fc("TSGC"));
+      send(f.store, kTSGC);
       state.ResumeTiming();
     }
   }
   state.SetBytesProcessed(int64_t(state.iterations()) * f.stream.GetSize());
   perDL(state);
-  send(f.store, fc("TSGC"));
+  send(f.store, kTSGC);
 }
 
 void BM_Duplicate(benchmark::State& state) {
   Fixture& f = fixture();
   for (auto _ : state) {
-    int32_t copy = i32(send(f.store, fc("TSDD"), f.top));
+    int32_t copy = i32(send(f.store, kTSDD, f.top));
     state.PauseTiming();
-    send(f.store, fc("TSDU"), copy);
-    send(f.store, fc("TSGC"));
+    send(f.store, kTSDU, copy);
+    send(f.store, kTSGC);
     state.ResumeTiming();
   }
   perDL(state);
@@ -183,12 +183,12 @@ void BM_Duplicate(benchmark::State& state) {
 
 void BM_Compare(benchmark::State& state) {
   Fixture& f = fixture();
-  int32_t copy = i32(send(f.store, fc("TSDD"), f.top));
-  for (auto _ : state) benchmark::DoNotOptimize(send(f.store, fc("TSDC"), f.top, copy));
-  if (send(f.store, fc("TSDC"), f.top, copy) != 0) state.SkipWithError("copies differ");
+  int32_t copy = i32(send(f.store, kTSDD, f.top));
+  for (auto _ : state) benchmark::DoNotOptimize(send(f.store, kTSDC, f.top, copy));
+  if (send(f.store, kTSDC, f.top, copy) != 0) state.SkipWithError("copies differ");
   perDL(state);
-  send(f.store, fc("TSDU"), copy);
-  send(f.store, fc("TSGC"));
+  send(f.store, kTSDU, copy);
+  send(f.store, kTSGC);
 }
 
 BENCHMARK(BM_MemcpyStream)->Unit(benchmark::kMicrosecond);

@@ -66,8 +66,8 @@ fundra::ElementSpace* makeSpace(int32_t count) {
 
 Word newHandle() {
   ZelkorBoot();
-  Word h = send(ZelkorLookup(kVhdSig), fc("New "));
-  send(h, fc("Setu"));
+  Word h = send(ZelkorLookup(kVhdSig), kNew_);
+  send(h, kSetu);
   return h;
 }
 
@@ -154,7 +154,7 @@ void BM_FullSave(benchmark::State& state) {
     refTotal += writeAndSync(benchDir() + "/plain", bytes);
     fileBytes = int64_t(std::filesystem::file_size(path));
     fileRefTotal += writeAndSync(benchDir() + "/plain", fileBytes);
-    send(h, fc("Dspo"));
+    send(h, kDspo);
     if (gSaved.empty())
       gSaved = path;
     else
@@ -227,7 +227,7 @@ void BM_SaveAfter100Changes(benchmark::State& state) {
   state.counters["share_of_full"] = mean / gFullSave;
   state.counters["floor_ms"] = floor * 1e3;
   state.counters["floor_share_of_full"] = floor / gFullSave;
-  send(h, fc("Dspo"));
+  send(h, kDspo);
 }
 BENCHMARK(BM_SaveAfter100Changes)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
 
@@ -249,7 +249,7 @@ void BM_Open(benchmark::State& state) {
     refTotal += ref.warm;
     freshTotal += ref.fresh;
     fileRefTotal += readPlain(benchDir() + "/plain", fileBytes).warm;
-    send(h, fc("Dspo"));
+    send(h, kDspo);
   }
   report(state, bytes, total / double(state.iterations()), refTotal / double(state.iterations()));
   state.counters["fresh_ref_MB/s"] = double(bytes) * double(state.iterations()) / freshTotal / 1e6;

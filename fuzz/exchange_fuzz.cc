@@ -12,10 +12,11 @@
 #include "platform/fundra/space.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/inspect.h"
-#include "store/zove.h"
+#include "zove/store.h"
 
 namespace {
 
+using namespace zove;
 using zelkor::fc;
 using zelkor::i32;
 using zelkor::Object;
@@ -33,28 +34,28 @@ struct Store {
 
 // A fresh store per input, so that every input meets the same content.
 Store makeStore() {
-  Object* s = zelkor::asObject(send(zelkor::ZelkorLookup(zove::kZoveSig), fc("New ")));
-  send(s, fc("Setu"));
-  require(send(s, fc("HNew"), 0, 1) == 0);
-  int32_t mod = i32(send(s, fc("TSNM"), fc("FUZZ"), 4));
-  int32_t obj = i32(send(s, fc("TSDN"), fc("obj "), 8, mod));
-  int32_t part = i32(send(s, fc("TSDN"), fc("part"), 0, 0));
-  send(s, fc("TSSS"), obj);
-  send(s, fc("TSLA"), mod, fc("Objs"), obj);
-  send(s, fc("TSAS"), obj, fc("Part"), part);
-  send(s, fc("TSHS"), part, fc("Back"), obj);
-  send(s, fc("TSBW"), part, fc("Blob"), "bytes", 5);
-  send(s, fc("TSVS"), part, fc("Valu"), 7);
-  int32_t target = i32(send(s, fc("TSDN"), fc("tgt "), 0, mod));
-  int32_t spare = i32(send(s, fc("TSDN"), fc("spar"), 0, mod));
-  send(s, fc("TSAS"), mod, fc("Tgt "), target);
-  send(s, fc("TSAS"), mod, fc("Spar"), spare);
+  Object* s = zelkor::asObject(send(zelkor::ZelkorLookup(zove::kZoveSig), zelkor::kNew_));
+  send(s, kSetu);
+  require(send(s, kHNew, 0, 1) == 0);
+  int32_t mod = i32(send(s, kTSNM, fc("FUZZ"), 4));
+  int32_t obj = i32(send(s, kTSDN, fc("obj "), 8, mod));
+  int32_t part = i32(send(s, kTSDN, fc("part"), 0, 0));
+  send(s, kTSSS, obj);
+  send(s, kTSLA, mod, fc("Objs"), obj);
+  send(s, kTSAS, obj, fc("Part"), part);
+  send(s, kTSHS, part, fc("Back"), obj);
+  send(s, kTSBW, part, fc("Blob"), "bytes", 5);
+  send(s, kTSVS, part, fc("Valu"), 7);
+  int32_t target = i32(send(s, kTSDN, fc("tgt "), 0, mod));
+  int32_t spare = i32(send(s, kTSDN, fc("spar"), 0, mod));
+  send(s, kTSAS, mod, fc("Tgt "), target);
+  send(s, kTSAS, mod, fc("Spar"), spare);
   return {s, target, spare};
 }
 
 fundra::ElementSpace* spaceOf(Object* s) {
   fundra::ElementSpace* sp = nullptr;
-  send(s, fc("HGtH"), &sp);
+  send(s, storefile::kHGtH, &sp);
   return sp;
 }
 
@@ -75,18 +76,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   const int32_t liveBefore = sp->LmLiveCount();
   const uint64_t sumBefore = sp->LmSpaceSum();
-  int32_t r = i32(send(st.s, fc("TSIm"), st.target, &in));
+  int32_t r = i32(send(st.s, kTSIm, st.target, &in));
   if (r != 0) {
     require(r < 0);
     require(sp->LmLiveCount() == liveBefore && sp->LmSpaceSum() == sumBefore);
   } else {
-    require(send(st.s, fc("TSCk")) == 1);
+    require(send(st.s, kTSCk) == 1);
     require(zove::zoveCheckStore(st.s).empty());
     fundra::TMemory out;
-    require(send(st.s, fc("TSEx"), st.target, &out) == 0);
-    require(send(st.s, fc("TSIm"), st.spare, &out) == 0);
-    require(send(st.s, fc("TSCk")) == 1);
+    require(send(st.s, kTSEx, st.target, &out) == 0);
+    require(send(st.s, kTSIm, st.spare, &out) == 0);
+    require(send(st.s, kTSCk) == 1);
   }
-  send(st.s, fc("Dspo"));
+  send(st.s, kDspo);
   return 0;
 }

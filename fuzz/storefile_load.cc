@@ -8,10 +8,10 @@
 
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
-#include "platform/zelkor/log.h"
+#include "platform/storefile/database.h"
 #include "platform/storefile/recfile.h"
 #include "platform/storefile/vhd.h"
-#include "platform/storefile/database.h"
+#include "platform/zelkor/log.h"
 #include "platform/zelkor/zelkor.h"
 
 using namespace zelkor;
@@ -28,8 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   // Inputs of odd length load with their rows read ahead on a thread, the path of big files.
   storefile::StoreDb::setParallelFrom(size % 2 ? 0 : size_t(32) << 20);
-  Word h = send(ZelkorLookup(kVhdSig), fc("New "));
-  send(h, fc("Setu"));
+  Word h = send(ZelkorLookup(kVhdSig), kNew_);
+  send(h, kSetu);
   fundra::ElementSpace* space = nullptr;
   if (vhdOpenFile(h, path, VhdOpenMode::kReadOnly) == 0 && send(h, kHGtH, &space) == 0 && space) {
     send(h, kHTsv);  // may find damage in pages the load did not need
@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       }
     }
   }
-  send(h, fc("Dspo"));
+  send(h, kDspo);
   unlink(path.c_str());
   return 0;
 }

@@ -67,7 +67,7 @@ int32_t zoveCheckDL(Object* self, int32_t dl) {
       if (!d->file) {
         DebugLogf(kLogFault, "zoveCheckDL: DL %~d item '%Y' no file for chunk %~d", dl, it.key,
                   chunk);
-      } else if (int32_t r = zelkor::i32(send(d->file, fc("HSiz"), kRecordType, chunk)); r < 0) {
+      } else if (int32_t r = zelkor::i32(send(d->file, kHSiz, kRecordType, chunk)); r < 0) {
         DebugLogf(kLogFault, "zoveCheckDL: DL %~d item '%Y' bad chunk %~d, %E", dl, it.key, chunk,
                   r);
       }
@@ -97,7 +97,7 @@ Word zoveCheck(Object* self, const Msg&) {
   --d->checkLevel;
   if (d->fault == 0) zelkor::TransBlock(d->channel, kXTSH, self);
   if (d->fault != 0) return kFaulted;
-  return send(self, fc("HTsv")) == 0 ? 1 : 0;
+  return send(self, kHTsv) == 0 ? 1 : 0;
 }
 
 }  // namespace zove

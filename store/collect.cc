@@ -39,7 +39,7 @@ Word zoveGCCheck(Object* self) {
   ZoveData* d = zoveData(self);
   if (++d->changeCount < kCollectEvery) return d->changeCount;
   d->changeCount = 0;
-  Word r = send(self, fc("TSGC"));
+  Word r = send(self, kTSGC);
   DebugLogf(kLogPeriodic, "zoveGCCheck: periodic GC, %E", r);
   return d->changeCount;
 }
@@ -236,9 +236,8 @@ void setLiveRecords(ZoveData* d) {
   delete d->liveRecords;
   d->liveRecords = new fundra::TDict(0, 0);
   if (!d->file) return;
-  int32_t n = zelkor::i32(send(d->file, fc("HCId"), kRecordType));
-  for (int32_t i = 1; i <= n; ++i)
-    d->liveRecords->Set(send(d->file, fc("HEId"), kRecordType, i), 1);
+  int32_t n = zelkor::i32(send(d->file, kHCId, kRecordType));
+  for (int32_t i = 1; i <= n; ++i) d->liveRecords->Set(send(d->file, kHEId, kRecordType, i), 1);
 }
 
 }  // namespace
@@ -281,7 +280,7 @@ Word zoveCollect(Object* self, const Msg&) {
     }
     zelkor::Word chunk, one;
     fundra::TDictIter it(*d->liveRecords);
-    while (it.Next(&chunk, &one)) send(d->file, fc("HRmv"), kRecordType, chunk);
+    while (it.Next(&chunk, &one)) send(d->file, kHRmv, kRecordType, chunk);
   }
   delete d->liveRecords;
   d->liveRecords = nullptr;

@@ -35,7 +35,7 @@
 #include <cstdint>
 
 #include "platform/fundra/space.h"
-#include "store/zove.h"
+#include "zove/store.h"
 
 namespace zove {
 

@@ -188,7 +188,7 @@ Word zoveGetCtl(Object* self, const Msg& m) {
 
 // TSND (selector, DL, up to 10 words): forwards to the DL's controller, if any.
 Word zoveSendCtl(Object* self, const Msg& m) {
-  Word ctl = zoveGetCtl(self, zelkor::makeMsg(fc("TSCM"), m.w[1]));
+  Word ctl = zoveGetCtl(self, zelkor::makeMsg(kTSCM, m.w[1]));
   if (!ctl) return 0;
   Msg fwd = zelkor::makeMsg(zelkor::u32(m.w[0]));
   for (int i = 1; i < zelkor::kMaxWords; ++i) fwd.w[i - 1] = m.w[i];

@@ -39,7 +39,7 @@
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
 #include "platform/zelkor/word.h"
-#include "store/zove.h"
+#include "zove/store.h"
 
 namespace zove {
 

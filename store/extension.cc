@@ -36,7 +36,7 @@ int32_t partTarget(Object* self, int32_t dl, uint32_t key) {
 int32_t partOrNew(Object* self, int32_t dl, uint32_t key, uint32_t uType, bool create) {
   int32_t target = partTarget(self, dl, key);
   if (target > 0 || !create) return target;
-  int32_t made = i32(zelkor::send(self, fc("TSDN"), uType, 0, 0));
+  int32_t made = i32(zelkor::send(self, kTSDN, uType, 0, 0));
   if (made < 1) return 0;
   zoveStoreItem(self, dl, key, made, kPartLink);
   return made;

@@ -36,12 +36,12 @@ Word zoveNew(Object* self, const Msg& m) {
   auto* given = zelkor::asPtr<fundra::ElementSpace>(m.w[0]);
   if (given) {
     d->space = given;
-    return zelkor::ClassData::pass(super(), self, fc("HNew"), given, m.w[1]);
+    return zelkor::ClassData::pass(super(), self, kHNew, given, m.w[1]);
   }
   auto* space = new (std::nothrow) fundra::ElementSpace(1024, 0);
   if (!space) return kNoMemory;
   d->space = space;
-  Word r = zelkor::ClassData::pass(super(), self, fc("HNew"), space, m.w[1]);
+  Word r = zelkor::ClassData::pass(super(), self, kHNew, space, m.w[1]);
   if (r != 0) return r;
   if (space->LmSetAssert(kRootDL, kHeadBytes + kRootDataBytes) != 0) return kNoMemory;
   auto* head = reinterpret_cast<DLHead*>(space->LmGet(kRootDL));
@@ -49,7 +49,7 @@ Word zoveNew(Object* self, const Msg& m) {
   head->dataSize = kRootDataBytes;
   int16_t version = int16_t(zelkor::i32(m.w[1]));
   std::memcpy(space->LmGet(kRootDL) + kVersionOffset, &version, 2);
-  send(self, fc("TSLN"), kRootDL, kModsKey);
+  send(self, kTSLN, kRootDL, kModsKey);
   return 0;
 }
 
@@ -91,10 +91,10 @@ Word zoveInstall(Object* self, const Msg& m) {
     return kNoSpace;
   }
   if (d->channel) return kInstalled;
-  Word r = send(self, fc("HGtH"), &d->space);
+  Word r = send(self, kHGtH, &d->space);
   if (r != 0) return r;
   if (!d->space) return kNoSpace;
-  send(self, fc("HReg"), kZoveSig);
+  send(self, kHReg, kZoveSig);
   fundra::ElementSpace* s = d->space;
   d->fault = s->LmRepair();
   if (d->fault != 0) {
@@ -119,7 +119,7 @@ Word zoveInstall(Object* self, const Msg& m) {
     d->fault = stored;
     return kWrongVersion;
   }
-  d->file = send(self, fc("HGtF"));
+  d->file = send(self, kHGtF);
   d->channel = channel;
   for (int32_t i = 0;; ++i) {
     int32_t dl = modsEntry(self, i);
@@ -131,7 +131,7 @@ Word zoveInstall(Object* self, const Msg& m) {
   }
   TransBlock(d->channel, kXTSD, self);
   TransBlock(d->channel, kXTSI, self);
-  send(self, fc("HSCh"), 1);
+  send(self, kHSCh, 1);
   return 0;
 }
 
@@ -143,8 +143,8 @@ Word zoveClose(Object* self, const Msg& m) {
   int32_t busy = 0;
   TransBlock(d->channel, kXTSU, self, &busy, reason);
   if (busy != 0) return kRefused;
-  send(self, fc("HUrg"), kZoveSig);
-  send(self, fc("Dspo"));
+  send(self, kHUrg, kZoveSig);
+  send(self, kDspo);
   return 0;
 }
 
@@ -154,7 +154,7 @@ Word zoveChange(Object* self, const Msg& m) {
   if (d->fault != 0) return kFaulted;
   TransBlock(d->channel, kXTSS, self, 1);
   ++d->checkLevel;
-  send(self, fc("TSGC"));
+  send(self, kTSGC);
   --d->checkLevel;
   if (d->fault != 0) return kFaulted;
   if (d->space) d->space->LmCompress();
@@ -177,10 +177,10 @@ Word zovePack(Object* self, const Msg& m) {
     }
     zoveListDelete(self, kRootDL, kModsKey, dl);
   }
-  if (send(self, fc("TSGC")) != 0) fundra::Debug("zove", __LINE__);
+  if (send(self, kTSGC) != 0) fundra::Debug("zove", __LINE__);
   d->space->LmCompress();
   d->space->LmRepair();
-  return zoveChange(self, zelkor::makeMsg(fc("HChg")));
+  return zoveChange(self, zelkor::makeMsg(kHChg));
 }
 
 Word zoveGetFault(Object* self, const Msg&) { return zoveData(self)->fault; }
@@ -207,10 +207,10 @@ Word zoveSetVersion(Object* self, const Msg& m) {
 
 // TSNM (signature, data size): a shared module DL appended to `mods`.
 Word zoveNewModule(Object* self, const Msg& m) {
-  int32_t dl = zelkor::i32(send(self, fc("TSDN"), m.w[0], m.w[1], 0));
+  int32_t dl = zelkor::i32(send(self, kTSDN, m.w[0], m.w[1], 0));
   if (dl < 1) return dl;
-  send(self, fc("TSLA"), kRootDL, kModsKey, dl);
-  send(self, fc("TSSS"), dl);
+  send(self, kTSLA, kRootDL, kModsKey, dl);
+  send(self, kTSSS, dl);
   return dl;
 }
 

@@ -200,8 +200,8 @@ Word zoveSortList(Object* self, const Msg& m) {
 }
 
 Word zoveSortByName(Object* self, const Msg& m) {
-  return zoveSortList(self, zelkor::makeMsg(fc("TSLS"), m.w[0], m.w[1], self,
-                                            reinterpret_cast<Word>(&compareByName)));
+  return zoveSortList(
+      self, zelkor::makeMsg(kTSLS, m.w[0], m.w[1], self, reinterpret_cast<Word>(&compareByName)));
 }
 
 }  // namespace zove

@@ -38,17 +38,17 @@ Word zoveWriteRecord(Object* self, const Msg& m) {
   Word handle = m.w[2];
   zoveCheckIfRaised(self, dl);
   if (!d->file) return kNoRecordFile;
-  int32_t id = i32(send(d->file, fc("HUId"), kRecordType, 1000));
-  int32_t r = i32(send(d->file, fc("HCrt"), handle, kRecordType, id));
+  int32_t id = i32(send(d->file, kHUId, kRecordType, 1000));
+  int32_t r = i32(send(d->file, kHCrt, handle, kRecordType, id));
   if (r != 0) return r;
-  r = m.w[3] ? i32(send(d->file, fc("HCmp"), handle)) : 1;
-  if (r != 0) r = i32(send(d->file, fc("HWrt"), handle));
+  r = m.w[3] ? i32(send(d->file, kHCmp, handle)) : 1;
+  if (r != 0) r = i32(send(d->file, kHWrt, handle));
   if (r == 0) {
     Word w = zoveStoreItem(self, dl, u32(m.w[1]), int32_t(kVHandle), uint32_t(id));
     if (w < 0 && w != int32_t(kVHandle)) r = i32(w);
   }
-  send(d->file, fc("HDet"), handle);
-  if (r != 0) send(d->file, fc("HRmv"), kRecordType, id);
+  send(d->file, kHDet, handle);
+  if (r != 0) send(d->file, kHRmv, kRecordType, id);
   return r;
 }
 
@@ -61,9 +61,9 @@ Word zoveReadRecord(Object* self, const Msg& m) {
   int32_t chunk;
   int32_t r = findRecord(self, m, &chunk);
   if (r != 0) return r;
-  r = i32(send(d->file, fc("HRed"), kRecordType, chunk, out, m.w[3]));
+  r = i32(send(d->file, kHRed, kRecordType, chunk, out, m.w[3]));
   if (r != 0) return r;
-  send(d->file, fc("HDet"), out ? *out : 0);
+  send(d->file, kHDet, out ? *out : 0);
   return 0;
 }
 
@@ -73,7 +73,7 @@ Word zoveGetRecordSize(Object* self, const Msg& m) {
   int32_t chunk;
   int32_t r = findRecord(self, m, &chunk);
   if (r != 0) return r;
-  return i32(send(d->file, fc("HSiz"), kRecordType, chunk));
+  return i32(send(d->file, kHSiz, kRecordType, chunk));
 }
 
 }  // namespace zove

@@ -39,22 +39,22 @@ int32_t findModuleDL(Object* self, uint32_t sig) {
 
 void zoveDefineRegistryAndStructure(ClassRec* cls) {
   using zelkor::Defn;
-  Defn(cls, fc("TSGM"), zoveGetMod);
-  Defn(cls, fc("TSRM"), zoveRegMod);
-  Defn(cls, fc("TSUM"), zoveUnregMod);
-  Defn(cls, fc("TSDM"), zoveGetModDL);
-  Defn(cls, fc("TSAM"), zoveAddMod);
-  Defn(cls, fc("TSTM"), zoveTellInstalled);
-  Defn(cls, fc("TSEX"), zoveGetExtension);
-  Defn(cls, fc("TSEx"), zoveExport);
-  Defn(cls, fc("TSIm"), zoveImport);
-  Defn(cls, fc("TSHX"), zoveVHandXfer);
-  Defn(cls, fc("TSDD"), zoveDoDupe);
-  Defn(cls, fc("TSDC"), zoveDoCompare);
-  Defn(cls, fc("TSTW"), zoveTstWithin);
-  Defn(cls, fc("TSFR"), zoveFindRefs);
-  Defn(cls, fc("TSDR"), zoveDelRefs);
-  Defn(cls, fc("TSTK"), zoveDelKey);
+  Defn(cls, kTSGM, zoveGetMod);
+  Defn(cls, kTSRM, zoveRegMod);
+  Defn(cls, kTSUM, zoveUnregMod);
+  Defn(cls, kTSDM, zoveGetModDL);
+  Defn(cls, kTSAM, zoveAddMod);
+  Defn(cls, kTSTM, zoveTellInstalled);
+  Defn(cls, kTSEX, zoveGetExtension);
+  Defn(cls, kTSEx, zoveExport);
+  Defn(cls, kTSIm, zoveImport);
+  Defn(cls, kTSHX, zoveVHandXfer);
+  Defn(cls, kTSDD, zoveDoDupe);
+  Defn(cls, kTSDC, zoveDoCompare);
+  Defn(cls, kTSTW, zoveTstWithin);
+  Defn(cls, kTSFR, zoveFindRefs);
+  Defn(cls, kTSDR, zoveDelRefs);
+  Defn(cls, kTSTK, zoveDelKey);
 }
 
 // TSGM (signature): the registered controller, or 0.

@@ -30,15 +30,15 @@ int32_t moveRecord(Object* self, Word source, int32_t dl, uint32_t key, bool* re
   if (it.ref > 0 || (uint32_t(it.ref) & ~0xFFu) != kVHandle) return 0;
   int32_t chunk = int32_t(it.kind);
   Word handle = 0;
-  int32_t r = i32(send(source, fc("HRed"), kRecordType, chunk, &handle, 0));
+  int32_t r = i32(send(source, kHRed, kRecordType, chunk, &handle, 0));
   if (r != 0) {
     DebugLogf(kLogFault, "zoveVHandXfer: can't read vhandle %~d, %E", chunk, r);
     zoveRemoveItem(self, dl, key);
     *removed = true;
     return r;
   }
-  send(source, fc("HDet"), handle);
-  r = i32(send(self, fc("TSRW"), dl, key, handle, 1));
+  send(source, kHDet, handle);
+  r = i32(send(self, kTSRW, dl, key, handle, 1));
   delete zelkor::asPtr<fundra::TMemory>(handle);
   if (r != 0) {
     DebugLogf(kLogFault, "zoveVHandXfer: can't write vhandle %~d key '%Y', %E", dl, key, r);
@@ -70,7 +70,7 @@ Word zoveVHandXfer(Object* self, const Msg& m) {
   int32_t first = 0;
   for (int32_t dl : dls) {
     for (int32_t i = 0;;) {
-      uint32_t key = zelkor::u32(send(self, fc("TSEn"), dl, i));
+      uint32_t key = zelkor::u32(send(self, kTSEn, dl, i));
       if (key == 0) break;
       bool removed;
       int32_t r = moveRecord(self, source, dl, key, &removed);

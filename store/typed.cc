@@ -113,16 +113,16 @@ Word zoveSetDateStep(Object* self, const Msg& m) { return writeValue<fundra::TDa
 // TMoG (DL, key, object): the blob goes to the object's Impt (address, size).
 Word zoveGetObject(Object* self, const Msg& m) {
   fundra::TMemory mem;
-  Word r = zoveCopyToMemory(self, zelkor::makeMsg(fc("TMoG"), m.w[0], m.w[1], &mem), kBlob);
+  Word r = zoveCopyToMemory(self, zelkor::makeMsg(kTMoG, m.w[0], m.w[1], &mem), kBlob);
   if (r != 0) return r;
-  r = zelkor::send(m.w[2], fc("Impt"), mem.MemPtr(), mem.GetSize());
+  r = zelkor::send(m.w[2], kImpt, mem.MemPtr(), mem.GetSize());
   return i32(r) < 0 ? r : 0;
 }
 
 // TMoS (DL, key, object): the object's Expt output, of the size it answers to StSz. An object
 // that has nothing to store removes the item.
 Word zoveSetObject(Object* self, const Msg& m) {
-  int32_t n = i32(zelkor::send(m.w[2], fc("StSz")));
+  int32_t n = i32(zelkor::send(m.w[2], kStSz));
   if (n <= 0) {
     zoveRemoveItem(self, dlArg(m), keyArg(m));
     return n == 0 ? -1 : n;
@@ -130,7 +130,7 @@ Word zoveSetObject(Object* self, const Msg& m) {
   fundra::TMemory mem;
   int32_t r = mem.SetSize(n, -1);
   if (r != 0) return r;
-  r = i32(zelkor::send(m.w[2], fc("Expt"), mem.MemPtr(), n));
+  r = i32(zelkor::send(m.w[2], kExpt, mem.MemPtr(), n));
   if (r < 0) return r;
   Word w = zoveWriteBlob(self, dlArg(m), keyArg(m), mem.MemPtr(), n, kBlob);
   return w < 0 ? w : 0;

@@ -12,92 +12,92 @@ ClassRec* gZoveClass = nullptr;
 void ZoveClassBuild(ClassRec* cls) {
   using zelkor::Defn;
   // Life cycle, install, change and pack.
-  Defn(cls, fc("HNew"), zoveNew);
-  Defn(cls, fc("Setu"), zoveSetup);
-  Defn(cls, fc("Dspo"), zoveDispose);
-  Defn(cls, fc("TSIn"), zoveInstall);
-  Defn(cls, fc("TSCl"), zoveClose);
-  Defn(cls, fc("HChg"), zoveChange);
-  Defn(cls, fc("TSPk"), zovePack);
-  Defn(cls, fc("TSEC"), zoveGetFault);
-  Defn(cls, fc("TSDS"), zoveSetFault);
-  Defn(cls, fc("TSVU"), zoveSetVersion);
-  Defn(cls, fc("TSNM"), zoveNewModule);
+  Defn(cls, kHNew, zoveNew);
+  Defn(cls, kSetu, zoveSetup);
+  Defn(cls, kDspo, zoveDispose);
+  Defn(cls, kTSIn, zoveInstall);
+  Defn(cls, kTSCl, zoveClose);
+  Defn(cls, kHChg, zoveChange);
+  Defn(cls, kTSPk, zovePack);
+  Defn(cls, kTSEC, zoveGetFault);
+  Defn(cls, kTSDS, zoveSetFault);
+  Defn(cls, kTSVU, zoveSetVersion);
+  Defn(cls, kTSNM, zoveNewModule);
 
   // DLs: creation, header, data area, flags, keep list, owner and controller, swap, lock.
-  Defn(cls, fc("TSDN"), zoveNewDL);
-  Defn(cls, fc("TSDT"), zoveGetType);
-  Defn(cls, fc("TSDK"), zoveDoKeep);
-  Defn(cls, fc("TSDU"), zoveDoRelease);
-  Defn(cls, fc("TSSD"), zoveGetDataSize);
-  Defn(cls, fc("TSDP"), zoveGetDataPtr);
-  Defn(cls, fc("TSRD"), zoveGetData);
-  Defn(cls, fc("TSWD"), zoveSetData);
-  Defn(cls, fc("TSSS"), zoveSetShared);
-  Defn(cls, fc("TSTS"), zoveTstShared);
-  Defn(cls, fc("TSSI"), zoveSetInvisible);
-  Defn(cls, fc("TSTI"), zoveTstInvisible);
-  Defn(cls, fc("TSTB"), zoveTstBusy);
-  Defn(cls, fc("TSCS"), zoveGetCtlSig);
-  Defn(cls, fc("TSCM"), zoveGetCtl);
-  Defn(cls, fc("TSND"), zoveSendCtl);
-  Defn(cls, fc("TSSw"), zoveSwap);
-  Defn(cls, fc("TSLk"), zoveLock);
-  Defn(cls, fc("TSUl"), zoveUnlock);
+  Defn(cls, kTSDN, zoveNewDL);
+  Defn(cls, kTSDT, zoveGetType);
+  Defn(cls, kTSDK, zoveDoKeep);
+  Defn(cls, kTSDU, zoveDoRelease);
+  Defn(cls, kTSSD, zoveGetDataSize);
+  Defn(cls, kTSDP, zoveGetDataPtr);
+  Defn(cls, kTSRD, zoveGetData);
+  Defn(cls, kTSWD, zoveSetData);
+  Defn(cls, kTSSS, zoveSetShared);
+  Defn(cls, kTSTS, zoveTstShared);
+  Defn(cls, kTSSI, zoveSetInvisible);
+  Defn(cls, kTSTI, zoveTstInvisible);
+  Defn(cls, kTSTB, zoveTstBusy);
+  Defn(cls, kTSCS, zoveGetCtlSig);
+  Defn(cls, kTSCM, zoveGetCtl);
+  Defn(cls, kTSND, zoveSendCtl);
+  Defn(cls, kTSSw, zoveSwap);
+  Defn(cls, kTSLk, zoveLock);
+  Defn(cls, kTSUl, zoveUnlock);
 
   // Items.
-  Defn(cls, fc("TSCt"), zoveGetCount);
-  Defn(cls, fc("TSEn"), zoveGetKey);
-  Defn(cls, fc("TSUk"), zoveUnkey);
-  Defn(cls, fc("TSLU"), zoveLookUp);
+  Defn(cls, kTSCt, zoveGetCount);
+  Defn(cls, kTSEn, zoveGetKey);
+  Defn(cls, kTSUk, zoveUnkey);
+  Defn(cls, kTSLU, zoveLookUp);
 
   // Typed values.
-  Defn(cls, fc("TSVG"), zoveGetValue);
-  Defn(cls, fc("TSVS"), zoveSetValue);
-  Defn(cls, fc("TSHG"), zoveGetHandle);
-  Defn(cls, fc("TSHS"), zoveSetHandle);
-  Defn(cls, fc("TSAG"), zoveGetPart);
-  Defn(cls, fc("TSAS"), zoveSetPart);
-  Defn(cls, fc("TSBz"), zoveGetBlobSize);
-  Defn(cls, fc("TSBP"), zoveGetBlobPtr);
-  Defn(cls, fc("TSBR"), zoveGetBlob);
-  Defn(cls, fc("TSBW"), zoveSetBlob);
-  Defn(cls, fc("TSBG"), zoveGetBlobBlock);
-  Defn(cls, fc("TSBS"), zoveSetBlobBlock);
-  Defn(cls, fc("TSBT"), zoveGetBlobMem);
-  Defn(cls, fc("TSBF"), zoveSetBlobMem);
-  Defn(cls, fc("TSSg"), zoveGetString);
-  Defn(cls, fc("TSSs"), zoveSetString);
-  Defn(cls, fc("TDtG"), zoveGetDate);
-  Defn(cls, fc("TDtS"), zoveSetDate);
-  Defn(cls, fc("TInG"), zoveGetInterval);
-  Defn(cls, fc("TInS"), zoveSetInterval);
-  Defn(cls, fc("TDsG"), zoveGetDateStep);
-  Defn(cls, fc("TDsS"), zoveSetDateStep);
-  Defn(cls, fc("TMoG"), zoveGetObject);
-  Defn(cls, fc("TMoS"), zoveSetObject);
+  Defn(cls, kTSVG, zoveGetValue);
+  Defn(cls, kTSVS, zoveSetValue);
+  Defn(cls, kTSHG, zoveGetHandle);
+  Defn(cls, kTSHS, zoveSetHandle);
+  Defn(cls, kTSAG, zoveGetPart);
+  Defn(cls, kTSAS, zoveSetPart);
+  Defn(cls, kTSBz, zoveGetBlobSize);
+  Defn(cls, kTSBP, zoveGetBlobPtr);
+  Defn(cls, kTSBR, zoveGetBlob);
+  Defn(cls, kTSBW, zoveSetBlob);
+  Defn(cls, kTSBG, zoveGetBlobBlock);
+  Defn(cls, kTSBS, zoveSetBlobBlock);
+  Defn(cls, kTSBT, zoveGetBlobMem);
+  Defn(cls, kTSBF, zoveSetBlobMem);
+  Defn(cls, kTSSg, zoveGetString);
+  Defn(cls, kTSSs, zoveSetString);
+  Defn(cls, kTDtG, zoveGetDate);
+  Defn(cls, kTDtS, zoveSetDate);
+  Defn(cls, kTInG, zoveGetInterval);
+  Defn(cls, kTInS, zoveSetInterval);
+  Defn(cls, kTDsG, zoveGetDateStep);
+  Defn(cls, kTDsS, zoveSetDateStep);
+  Defn(cls, kTMoG, zoveGetObject);
+  Defn(cls, kTMoS, zoveSetObject);
 
   // Lists and records.
-  Defn(cls, fc("TSLN"), zoveNewList);
-  Defn(cls, fc("TSLC"), zoveGetListCount);
-  Defn(cls, fc("TSLE"), zoveGetListElem);
-  Defn(cls, fc("TSLF"), zoveFindListElem);
-  Defn(cls, fc("TSLA"), zoveAppend);
-  Defn(cls, fc("TSLI"), zoveInsert);
-  Defn(cls, fc("TSLD"), zoveDelete);
-  Defn(cls, fc("TSLG"), zoveGetListBlock);
-  Defn(cls, fc("TSLH"), zoveSetListBlock);
-  Defn(cls, fc("TSLt"), zoveGetListMem);
-  Defn(cls, fc("TSLf"), zoveSetListMem);
-  Defn(cls, fc("TSLS"), zoveSortList);
-  Defn(cls, fc("TSSN"), zoveSortByName);
-  Defn(cls, fc("TSRW"), zoveWriteRecord);
-  Defn(cls, fc("TSRR"), zoveReadRecord);
-  Defn(cls, fc("TSRS"), zoveGetRecordSize);
+  Defn(cls, kTSLN, zoveNewList);
+  Defn(cls, kTSLC, zoveGetListCount);
+  Defn(cls, kTSLE, zoveGetListElem);
+  Defn(cls, kTSLF, zoveFindListElem);
+  Defn(cls, kTSLA, zoveAppend);
+  Defn(cls, kTSLI, zoveInsert);
+  Defn(cls, kTSLD, zoveDelete);
+  Defn(cls, kTSLG, zoveGetListBlock);
+  Defn(cls, kTSLH, zoveSetListBlock);
+  Defn(cls, kTSLt, zoveGetListMem);
+  Defn(cls, kTSLf, zoveSetListMem);
+  Defn(cls, kTSLS, zoveSortList);
+  Defn(cls, kTSSN, zoveSortByName);
+  Defn(cls, kTSRW, zoveWriteRecord);
+  Defn(cls, kTSRR, zoveReadRecord);
+  Defn(cls, kTSRS, zoveGetRecordSize);
 
   // Collection and integrity check.
-  Defn(cls, fc("TSGC"), zoveCollect);
-  Defn(cls, fc("TSCk"), zoveCheck);
+  Defn(cls, kTSGC, zoveCollect);
+  Defn(cls, kTSCk, zoveCheck);
 
   // Controllers, module registry, exchange stream, value-handle transfer (TSGM TSRM TSUM TSDM
   // TSAM TSTM TSEX TSEx TSIm TSHX) and structure operations (TSDD TSDC TSTW TSFR TSDR TSTK):
@@ -108,12 +108,12 @@ void ZoveClassBuild(ClassRec* cls) {
 namespace {
 
 void ZoveBootProc(Word bootWord, Word superclass) {
-  Word cls = zelkor::send(superclass, fc("SubC"), kZoveSig, 1, int32_t(sizeof(ZoveData)));
+  Word cls = zelkor::send(superclass, zelkor::kSubC, kZoveSig, 1, int32_t(sizeof(ZoveData)));
   if (!cls) return;
   gZoveClass = zelkor::classOf(zelkor::asObject(cls));
-  zelkor::TThread::TaskCall(0, zelkor::TransThread, fc("boot"), fc("clsc"), cls, kZoveSig);
+  zelkor::TThread::TaskCall(0, zelkor::TransThread, zelkor::kboot, zelkor::kclsc, cls, kZoveSig);
   ZoveClassBuild(gZoveClass);
-  zelkor::TThread::TaskSched(0, bootWord, fc("Dspo"));
+  zelkor::TThread::TaskSched(0, bootWord, kDspo);
 }
 
 const int gBoot = zelkor::MakeBoot(fc("@vhd"), ZoveBootProc, "ZoveBootProc");

@@ -8,10 +8,31 @@
 #include "platform/fundra/dict.h"
 #include "platform/fundra/rnlist.h"
 #include "platform/fundra/space.h"
+#include "platform/storefile/recfile.h"
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/zove.h"
+#include "zove/store.h"
 
 namespace zove {
+
+// The value-handle base's and the record file's selectors, which the store sends itself and its
+// record file.
+using storefile::kHCId;
+using storefile::kHCmp;
+using storefile::kHCrt;
+using storefile::kHDet;
+using storefile::kHEId;
+using storefile::kHGtF;
+using storefile::kHGtH;
+using storefile::kHRed;
+using storefile::kHReg;
+using storefile::kHRmv;
+using storefile::kHSCh;
+using storefile::kHSiz;
+using storefile::kHTsv;
+using storefile::kHUId;
+using storefile::kHUrg;
+using storefile::kHWrt;
 
 using zelkor::ClassRec;
 using zelkor::Msg;

@@ -7,11 +7,11 @@
 
 namespace fundra {
 
-constexpr int32_t kFormTruncated = -1;  // fewer bytes than the form needs
-constexpr int32_t kFormForeign = -2;    // another form (or the older string form)
-constexpr int32_t kFormVersion = -3;    // a version this reader does not know
-constexpr int32_t kFormDamaged = -4;    // a field out of range, a reserved byte set, bad text
-constexpr int32_t kFormBadOption = -5;  // an option other than 0
-constexpr int32_t kFormNoRoom = -6;     // Export: no destination, or fewer bytes than StoreSize
+constexpr int32_t kFormTruncated = -1501;  // fewer bytes than the form needs
+constexpr int32_t kFormForeign = -1502;    // another form (or the older string form)
+constexpr int32_t kFormVersion = -1503;    // a version this reader does not know
+constexpr int32_t kFormDamaged = -1504;    // a field out of range, a reserved byte set, bad text
+constexpr int32_t kFormBadOption = -1505;  // an option other than 0
+constexpr int32_t kFormNoRoom = -1506;     // Export: no destination, or fewer bytes than StoreSize
 
 }  // namespace fundra

@@ -179,7 +179,7 @@ int32_t LoadTextSource(std::string_view source, std::string_view name,
 
 int32_t LoadTextFile(const std::string& path, std::vector<std::string>* problems) {
   std::ifstream in(path, std::ios::binary);
-  if (!in) return -1;
+  if (!in) return kTextNoSource;
   std::stringstream all;
   all << in.rdbuf();
   return LoadTextSource(all.str(), std::filesystem::path(path).filename().string(), problems);
@@ -190,7 +190,7 @@ int32_t LoadTextFolder(const std::string& folder, std::vector<std::string>* prob
   std::vector<std::filesystem::path> files;
   for (const auto& e : std::filesystem::directory_iterator(folder, ec))
     if (e.is_regular_file() && e.path().extension() == ".txt") files.push_back(e.path());
-  if (ec) return -1;
+  if (ec) return kTextNoSource;
   std::sort(files.begin(), files.end());
   int32_t total = 0;
   for (const auto& f : files) total += std::max(0, LoadTextFile(f.string(), problems));

@@ -34,9 +34,12 @@ constexpr int32_t kTokenOrdinalOther = 36;
 // described in problems as "name:line: what". Answers the number of texts defined.
 int32_t LoadTextSource(std::string_view source, std::string_view name,
                        std::vector<std::string>* problems = nullptr);
-// The same for one file; -1 when it cannot be opened.
+constexpr int32_t kTextNoSource = -1711;  // a text file or folder that cannot be opened
+
+// The same for one file; kTextNoSource when it cannot be opened.
 int32_t LoadTextFile(const std::string& path, std::vector<std::string>* problems = nullptr);
-// Every "*.txt" file of the folder, in name order; -1 when the folder cannot be read.
+// Every "*.txt" file of the folder, in name order; kTextNoSource when the folder cannot
+// be read.
 int32_t LoadTextFolder(const std::string& folder, std::vector<std::string>* problems = nullptr);
 
 void DefineKString(uint16_t table, zelkor::FourCC key, std::string_view text);

@@ -17,8 +17,8 @@
 namespace fundra {
 
 constexpr int32_t kPersistBytes = 8;
-constexpr int32_t kPersistBadTag = -1;      // _checkpersist: another kind of record
-constexpr int32_t kPersistBadVersion = -2;  // _checkpersist: same kind, other versions
+constexpr int32_t kPersistBadTag = -1511;      // _checkpersist: another kind of record
+constexpr int32_t kPersistBadVersion = -1512;  // _checkpersist: same kind, other versions
 
 void _initpersist(void* header, uint32_t tag, int32_t version, int32_t oldest);
 // 0 when the header holds exactly tag, version and oldest; else one of the codes above.

@@ -52,9 +52,9 @@ int32_t RMGetRawResource(TMemory* memory, int32_t id, int32_t limit) {
 }
 
 int32_t TLocHandle::GetPath(TString* out, int32_t form) const {
-  if (out == nullptr) return -1;
+  if (out == nullptr) return kResBadArgument;
   out->Clear();
-  if (IsEmpty()) return -1;
+  if (IsEmpty()) return kResNoPath;
   std::string_view p = path_.View();
   if (form == 0) {
     while (p.size() > 1 && p.back() == '/') p.remove_suffix(1);

@@ -14,9 +14,10 @@
 
 namespace fundra {
 
-constexpr int32_t kResNotFound = -1701;    // no resource with that id
-constexpr int32_t kResReadFailed = -1702;  // the file exists but cannot be read whole
-constexpr int32_t kResBadArgument = -1703;
+constexpr int32_t kResNotFound = -1701;     // no resource with that id
+constexpr int32_t kResReadFailed = -1702;   // the file exists but cannot be read whole
+constexpr int32_t kResBadArgument = -1703;  // a null memory or string, an id below 0
+constexpr int32_t kResNoPath = -1704;       // the location handle names no file
 
 // Sets the folder resources are read from (the host does so at start); answers the previous one.
 std::string SetResourceFolder(const std::string& folder);

@@ -16,17 +16,17 @@
 #include <map>
 #include <new>
 
-#include "platform/zelkor/dispatch.h"
-#include "platform/zelkor/log.h"
-#include "platform/storefile/recfile.h"
-#include "platform/storefile/vhd.h"
 #include "platform/storefile/ahead.h"
 #include "platform/storefile/database.h"
+#include "platform/storefile/recfile.h"
+#include "platform/storefile/vhd.h"
+#include "platform/zelkor/classes.h"
+#include "platform/zelkor/dispatch.h"
+#include "platform/zelkor/log.h"
 
 namespace storefile {
 
 using namespace zelkor;
-
 
 struct VhdBinding {
   explicit VhdBinding(bool readOnly) : records(&db, readOnly) {}
@@ -153,7 +153,7 @@ int32_t bindingCheck(VhdBinding* b) {
 Word bindingFileObject(VhdBinding* b) { return b->fileObject; }
 
 void bindingClose(VhdBinding* b) {
-  send(b->fileObject, fc("Dspo"));
+  send(b->fileObject, kDspo);
   delete b;
 }
 

@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "platform/fundra/space.h"
+#include "platform/storefile/binding.h"
 #include "platform/zelkor/boot.h"
 #include "platform/zelkor/classes.h"
 #include "platform/zelkor/dispatch.h"
 #include "platform/zelkor/log.h"
-#include "platform/storefile/binding.h"
 
 namespace storefile {
 
@@ -141,7 +141,7 @@ void vhdBuild(ClassRec* c) {
   Defn(c, kHSCh, vhdSetChanged);
   Defn(c, kHChg, vhdChange);
   Defn(c, kHTsv, vhdTest);
-  Defn(c, fc("Dspo"), vhdDispose);
+  Defn(c, kDspo, vhdDispose);
 }
 
 int gVhdClass = MakeFrameworkClass(kVhdSig, kRootSig, sizeof(VhdData), vhdBuild);
@@ -161,43 +161,6 @@ VhdBinding** vhdBindingSlot(Word store, fundra::ElementSpace** space, int32_t* v
 
 void vhdSetChangedFlag(Word store, int32_t flag) {
   if (vhdBindingSlot(store, nullptr, nullptr)) dataOf(asObject(store))->changed = flag;
-}
-
-const char* vhdCodeText(int32_t code) {
-  switch (code) {
-    case 0:
-      return "done";
-    case fundra::kLmNoMemory:
-      return "no memory for the element space";
-    case kVhdNoValue:
-      return "the handle holds no value and has no file";
-    case kVhdNotVhd:
-      return "not a value handle";
-    case kVhdBound:
-      return "already bound to a file";
-    case kVhdNoFile:
-      return "no such file, or the file exists already";
-    case kVhdBusy:
-      return "another writer has the file open";
-    case kVhdReadOnly:
-      return "the file is open read-only";
-    case kVhdNotStoreFile:
-      return "not a store file";
-    case kVhdDamaged:
-      return "the file is damaged";
-    case kVhdIoError:
-      return "reading or writing the file failed";
-    case kVhdNoRecord:
-      return "no such record";
-    case kVhdNotAttached:
-      return "the handle is not attached to a record";
-    case kVhdBadArgument:
-      return "bad argument";
-    case kVhdExists:
-      return "the record exists";
-    default:
-      return "unknown code";
-  }
 }
 
 }  // namespace storefile

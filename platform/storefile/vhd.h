@@ -65,9 +65,6 @@ enum : int32_t {
   kVhdExists = -1122,        // HCrt of a record that exists
 };
 
-// A readable name for a code (for logs and the shell).
-const char* vhdCodeText(int32_t code);
-
 enum class VhdOpenMode { kReadWrite, kReadOnly };
 
 // Creates a new store file at path and binds the store to it. The store must hold its element

@@ -12,8 +12,8 @@
 
 namespace zelkor {
 
-constexpr int kBlockerNoState = -1;
-constexpr int kBlockerNotHeld = -2;
+constexpr int kBlockerNoState = -1001;
+constexpr int kBlockerNotHeld = -1002;
 
 class TBlockState {
  public:

@@ -22,7 +22,7 @@ namespace zelkor {
 
 using BootProc = void (*)(Word bootWord, Word superclass);
 
-constexpr int kAlreadyBooted = -1;
+constexpr int kAlreadyBooted = -1003;
 
 // Registers a boot procedure; answers 0 (so it can initialise a static).
 int MakeBoot(FourCC superSig, BootProc proc, const char* name = "");

@@ -135,17 +135,17 @@ ClassRec* makeSubclass(ClassRec* super, FourCC sig, uint32_t bytes) {
 ClassRec* rootClass() {
   static ClassRec* root = [] {
     ClassRec* c = makeSubclass(nullptr, kRootSig, 0);
-    Defn(c, fc("Setu"), rooSetu);
-    Defn(c, fc("Dspo"), rooDspo);
-    Defn(c, fc("poAd"), rooPoAd);
-    Defn(c, fc("poRm"), rooPoRm);
-    Defn(c, fc("LkUp"), rooLkUp);
-    Defn(c->meta, fc("New "), metaNew);
-    Defn(c->meta, fc("NwMF"), metaNwMF);
-    Defn(c->meta, fc("SubC"), metaSubC);
-    Defn(c->meta, fc("Defn"), metaDefn);
-    Defn(c->meta, fc("LkUp"), rooLkUp);
-    Defn(c->meta, fc("clsc"), metaClsc);
+    Defn(c, kSetu, rooSetu);
+    Defn(c, kDspo, rooDspo);
+    Defn(c, kpoAd, rooPoAd);
+    Defn(c, kpoRm, rooPoRm);
+    Defn(c, kLkUp, rooLkUp);
+    Defn(c->meta, kNew_, metaNew);
+    Defn(c->meta, kNwMF, metaNwMF);
+    Defn(c->meta, kSubC, metaSubC);
+    Defn(c->meta, kDefn, metaDefn);
+    Defn(c->meta, kLkUp, rooLkUp);
+    Defn(c->meta, kclsc, metaClsc);
     return c;
   }();
   return root;

@@ -24,6 +24,20 @@ namespace zelkor {
 constexpr FourCC kRootSig = fc("@roo");
 constexpr FourCC kVhdSig = fc("@vhd");
 
+// Selectors of the general object protocol. A selector's name is k and its four characters (a
+// space as _), so that searching for the characters finds both the name and its handler.
+constexpr FourCC kSetu = fc("Setu");
+constexpr FourCC kDspo = fc("Dspo");
+constexpr FourCC kpoAd = fc("poAd");
+constexpr FourCC kpoRm = fc("poRm");
+constexpr FourCC kLkUp = fc("LkUp");
+constexpr FourCC kNew_ = fc("New ");
+constexpr FourCC kNwMF = fc("NwMF");
+constexpr FourCC kSubC = fc("SubC");
+constexpr FourCC kDefn = fc("Defn");
+constexpr FourCC kclsc = fc("clsc");
+constexpr FourCC kboot = fc("boot");
+
 // Creates the root class if it does not exist yet and answers it.
 ClassRec* rootClass();
 

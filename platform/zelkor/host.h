@@ -9,8 +9,8 @@ namespace zelkor {
 
 // Loads a module (a shared library exporting zoveModuleName) so that its static initializers
 // register its classes. Answers 0, or kModuleNotFound / kNotAModule with the reason logged.
-constexpr int kModuleNotFound = -2;
-constexpr int kNotAModule = -3;
+constexpr int kModuleNotFound = -1004;
+constexpr int kNotAModule = -1005;
 int ZelkorLoadModule(const std::string& path);
 
 // The global option set's DL (0 when the program has none) and the express flag.

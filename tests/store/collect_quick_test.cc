@@ -20,29 +20,29 @@ void build(Object* s, uint32_t seed, bool hurt) {
   auto pick = [&](int n) { return int32_t(rng() % uint32_t(n)); };
   std::vector<int32_t> dls{1};
   for (int i = 0, n = 20 + pick(300); i < n; ++i)
-    dls.push_back(i32(S(s, fc("TSDN"), fc("data"), pick(3) * 4, 0)));
+    dls.push_back(i32(S(s, kTSDN, fc("data"), pick(3) * 4, 0)));
   auto any = [&] { return dls[size_t(pick(int(dls.size())))]; };
   for (int32_t dl : dls) {
     for (int k = 0, items = pick(5); k < items; ++k) {
       FourCC key = kKeys[pick(5)];
       switch (pick(7)) {
         case 0:
-          S(s, fc("TSHS"), dl, key, any());
+          S(s, kTSHS, dl, key, any());
           break;
         case 1:
-          S(s, fc("TSAS"), dl, key, any());
+          S(s, kTSAS, dl, key, any());
           break;
         case 2:
-          S(s, fc("TSLA"), dl, key, any());
+          S(s, kTSLA, dl, key, any());
           break;
         case 3:
-          S(s, fc("TSVS"), dl, key, pick(1000));
+          S(s, kTSVS, dl, key, pick(1000));
           break;
         case 4:
-          S(s, fc("TSBW"), dl, key, "blob", 4);
+          S(s, kTSBW, dl, key, "blob", 4);
           break;
         case 5:
-          S(s, fc("TSDK"), dl);
+          S(s, kTSDK, dl);
           break;
         default:
           break;
@@ -53,13 +53,13 @@ void build(Object* s, uint32_t seed, bool hurt) {
   // members all hang in one list too, so that the chain is deep but every member is near. Its
   // links start as immediate values and become handles without counting a change, so that no
   // periodic collection meets the chain before the one under test.
-  for (int i = 0; i < 6; ++i) S(s, fc("TSLA"), 1, fc("root"), any());
+  for (int i = 0; i < 6; ++i) S(s, kTSLA, 1, fc("root"), any());
   std::vector<int32_t> chain;
   if (pick(3) == 0) {
     for (int i = 0, n = 490 + pick(20); i < n; ++i) {
-      chain.push_back(i32(S(s, fc("TSDN"), fc("chan"), 0, 0)));
-      S(s, fc("TSLA"), 1, fc("chan"), chain.back());
-      S(s, fc("TSVS"), chain.back(), fc("next"), 0);
+      chain.push_back(i32(S(s, kTSDN, fc("chan"), 0, 0)));
+      S(s, kTSLA, 1, fc("chan"), chain.back());
+      S(s, kTSVS, chain.back(), fc("next"), 0);
     }
   }
   for (size_t i = 0; i + 1 < chain.size(); ++i) {
@@ -109,19 +109,19 @@ void buildTree(Object* s, uint32_t seed) {
   auto pick = [&](int n) { return int32_t(rng() % uint32_t(n)); };
   std::vector<int32_t> dls{1};
   auto hang = [&](int32_t parent) {
-    int32_t child = i32(S(s, fc("TSDN"), fc("node"), 0, 0));
+    int32_t child = i32(S(s, kTSDN, fc("node"), 0, 0));
     if (pick(2) == 0)
-      S(s, fc("TSHS"), parent, kKeys[pick(5)], child);
+      S(s, kTSHS, parent, kKeys[pick(5)], child);
     else
-      S(s, fc("TSLA"), parent, fc("kids"), child);
-    if (parent != 1) S(s, fc("TSHS"), child, fc("pare"), parent);
+      S(s, kTSLA, parent, fc("kids"), child);
+    if (parent != 1) S(s, kTSHS, child, fc("pare"), parent);
     dls.push_back(child);
     return child;
   };
   for (int i = 0, n = 20 + pick(300); i < n; ++i) hang(dls[size_t(pick(int(dls.size())))]);
   if (pick(3) == 0) {  // a cross edge somewhere
     int32_t a = dls[size_t(pick(int(dls.size())))], b = dls[size_t(pick(int(dls.size())))];
-    S(s, fc("TSHS"), a, fc("xref"), b);
+    S(s, kTSHS, a, fc("xref"), b);
   }
   if (pick(2) == 0) return;
   int32_t end = 1;
@@ -129,10 +129,10 @@ void buildTree(Object* s, uint32_t seed) {
   if (pick(2) == 0) {
     // A cross edge from the spine's end to a side chain that hangs from DL 1 under a key the
     // walk takes last: the walk reaches the chain through the spine, far deeper than its level.
-    int32_t side = i32(S(s, fc("TSDN"), fc("side"), 0, 0));
-    S(s, fc("TSHS"), 1, fc("zzzz"), side);
+    int32_t side = i32(S(s, kTSDN, fc("side"), 0, 0));
+    S(s, kTSHS, 1, fc("zzzz"), side);
     for (int i = 0; i < 12; ++i) side = hang(side);
-    S(s, fc("TSHS"), end, fc("xref"), dls[dls.size() - 12]);
+    S(s, kTSHS, end, fc("xref"), dls[dls.size() - 12]);
   }
 }
 
@@ -151,16 +151,16 @@ Outcome collect(uint32_t seed, bool hurt, bool quick) {
   zoveSetQuickMark(quick);
   LogCapture cap;
   Outcome o;
-  o.answer = S(s, fc("TSGC"));
+  o.answer = S(s, kTSGC);
   zoveSetQuickMark(true);
-  o.fault = S(s, fc("TSEC"));
+  o.fault = S(s, kTSEC);
   o.log = lines(cap);
   fundra::ElementSpace* sp = spaceOf(s);
   for (int32_t n = sp->LmNext(0); n; n = sp->LmNext(n))
     o.elements.push_back(
         std::to_string(n) + ":" +
         std::string(reinterpret_cast<const char*>(sp->LmGet(n)), size_t(sp->LmSize(n))));
-  S(s, fc("Dspo"));
+  S(s, kDspo);
   return o;
 }
 

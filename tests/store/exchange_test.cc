@@ -27,7 +27,7 @@ int32_t word(const std::vector<uint8_t>& bytes, size_t at) {
 // A DL that callers may import into: kept, so that the check walks what lands in it.
 int32_t target(Object* s) {
   int32_t t = rawDL(spaceOf(s), fc("tgt "));
-  S(s, fc("TSDK"), t);
+  S(s, kTSDK, t);
   return t;
 }
 
@@ -37,7 +37,7 @@ TEST_F(ExchangeStream, ADLWithOneFourByteBlobExportsAsFiftyTwoBytes) {
   int32_t blob = rawBlob(sp, {1, 2, 3, 4});
   int32_t dl = rawDL(sp, fc("one "), {{fc("Blob"), blob, kBlob}});
   fundra::TMemory m;
-  ASSERT_EQ(S(s, fc("TSEx"), dl, &m), 0);
+  ASSERT_EQ(S(s, kTSEx, dl, &m), 0);
   ASSERT_EQ(m.GetSize(), 52);
   const uint8_t expected[52] = {
       '.', 'x', 'E', 'T', 0,   1,   0,   1,  // header: tag, 256, 256
@@ -70,7 +70,7 @@ TEST_F(ExchangeStream, ADamagedStructureIsRefusedWithItsCodeAndNoStream) {
     int32_t inner = rawDL(sp, fc("innr"), {{fc("AAAA"), rawBlob(sp, {9}), kBlob}, c.bad});
     int32_t top = rawDL(sp, fc("top "), {{fc("Kids"), rawList(sp, {inner}), kList}});
     fundra::TMemory m;
-    EXPECT_EQ(S(s, fc("TSEx"), top, &m), c.code) << zelkor::fcString(c.bad.key);
+    EXPECT_EQ(S(s, kTSEx, top, &m), c.code) << zelkor::fcString(c.bad.key);
     EXPECT_EQ(m.GetSize(), 0);
   }
 }
@@ -87,9 +87,9 @@ TEST_F(ExchangeStream, RecordsFollowTheDepthFirstWalkAndImportRebuildsTheStructu
                       0, {5});
   rawWrite(sp, a, fc("dl a"), {{fc("Hand"), b, kHandle}, {fc("Up  "), top, kPartLink}});
   reinterpret_cast<DLHead*>(sp->LmGet(top))->owner = 1;
-  S(s, fc("TSDK"), a);  // exported with its kept flag, which the import drops
+  S(s, kTSDK, a);  // exported with its kept flag, which the import drops
   fundra::TMemory m;
-  ASSERT_EQ(S(s, fc("TSEx"), top, &m), 0);
+  ASSERT_EQ(S(s, kTSEx, top, &m), 0);
   auto recs = records(m);
   ASSERT_EQ(recs.size(), 5u);       // top (1), blob (2), list, a (3), b (4): b once, a before b
   EXPECT_EQ(word(recs[0], 8), 0);   // owner
@@ -104,18 +104,17 @@ TEST_F(ExchangeStream, RecordsFollowTheDepthFirstWalkAndImportRebuildsTheStructu
   EXPECT_EQ(word(recs[4], 0), int32_t(fc("dl b")));
 
   int32_t t = target(s);
-  ASSERT_EQ(S(s, fc("TSIm"), t, &m), 0);
+  ASSERT_EQ(S(s, kTSIm, t, &m), 0);
   std::string why;
   EXPECT_TRUE(sameGraph(sp, top, t, &why)) << why;
   // The list names the two imported DLs, the handle the second, and the part link back to the
   // exported DL names the target itself.
-  int32_t a2 = i32(S(s, fc("TSLE"), t, fc("List"), 0)),
-          b2 = i32(S(s, fc("TSLE"), t, fc("List"), 1));
+  int32_t a2 = i32(S(s, kTSLE, t, fc("List"), 0)), b2 = i32(S(s, kTSLE, t, fc("List"), 1));
   EXPECT_NE(a2, a);
-  EXPECT_EQ(S(s, fc("TSDT"), a2), toWord(fc("dl a")));
+  EXPECT_EQ(S(s, kTSDT, a2), toWord(fc("dl a")));
   EXPECT_EQ(handleOf(t, fc("Zand")), b2);
-  EXPECT_EQ(handleOf(a2, fc("Up  "), fc("TSAG")), t);
-  EXPECT_EQ(S(s, fc("TSDC"), top, t), 0);
+  EXPECT_EQ(handleOf(a2, fc("Up  "), kTSAG), t);
+  EXPECT_EQ(S(s, kTSDC, top, t), 0);
   EXPECT_EQ(reinterpret_cast<DLHead*>(sp->LmGet(t))->owner, 0);
   // The target stays on the keep list (its flag with it); nothing imported is on it.
   EXPECT_EQ(sp->LmGet(t)[4] & kKeptFlag, kKeptFlag);
@@ -128,25 +127,25 @@ TEST_F(ExchangeStream, DamagedOrTruncatedStreamsAreRefusedAndChangeNothing) {
   int32_t top =
       rawDL(sp, fc("top "), {{fc("List"), rawList(sp, {b, b}), kList}, {fc("Part"), b, kPartLink}});
   fundra::TMemory good;
-  ASSERT_EQ(S(s, fc("TSEx"), top, &good), 0);
+  ASSERT_EQ(S(s, kTSEx, top, &good), 0);
   int32_t t = target(s);
   auto unchanged = [&] { return std::pair(sp->LmLiveCount(), sp->LmSpaceSum()); };
   const auto before = unchanged();
 
   fundra::TMemory m;
   m.SetSize(7);
-  EXPECT_EQ(S(s, fc("TSIm"), t, &m), -1);
+  EXPECT_EQ(S(s, kTSIm, t, &m), -1);
   m = good;
   m.MemPtr()[0] ^= 1;
-  EXPECT_EQ(S(s, fc("TSIm"), t, &m), fundra::kPersistBadTag);
+  EXPECT_EQ(S(s, kTSIm, t, &m), fundra::kPersistBadTag);
   for (int32_t cut = 8; cut < good.GetSize(); ++cut) {
     m = good;
     m.SetSize(cut);
-    EXPECT_EQ(S(s, fc("TSIm"), t, &m), kBadStream) << "cut at " << cut;
+    EXPECT_EQ(S(s, kTSIm, t, &m), kBadStream) << "cut at " << cut;
   }
   m = good;
   m.SetSize(good.GetSize() + 1);
-  EXPECT_EQ(S(s, fc("TSIm"), t, &m), kBadStream) << "a byte after the last record";
+  EXPECT_EQ(S(s, kTSIm, t, &m), kBadStream) << "a byte after the last record";
   EXPECT_EQ(unchanged(), before);
 
   // Every single-byte change is either refused without a trace or imports a sound structure.
@@ -156,7 +155,7 @@ TEST_F(ExchangeStream, DamagedOrTruncatedStreamsAreRefusedAndChangeNothing) {
       m = good;
       m.MemPtr()[at] ^= x;
       const auto was = unchanged();
-      int32_t r = i32(S(s, fc("TSIm"), t, &m));
+      int32_t r = i32(S(s, kTSIm, t, &m));
       if (r != 0) {
         EXPECT_EQ(r, kBadStream) << "byte " << at;
         EXPECT_EQ(unchanged(), was) << "byte " << at;
@@ -164,20 +163,20 @@ TEST_F(ExchangeStream, DamagedOrTruncatedStreamsAreRefusedAndChangeNothing) {
       }
       ++accepted;
       expectSound(s);
-      EXPECT_EQ(S(s, fc("TSCk")), 1) << "byte " << at;
-      ASSERT_EQ(S(s, fc("TSIm"), t, &good), 0);
-      S(s, fc("TSGC"));
+      EXPECT_EQ(S(s, kTSCk), 1) << "byte " << at;
+      ASSERT_EQ(S(s, kTSIm, t, &good), 0);
+      S(s, kTSGC);
     }
   }
   EXPECT_GT(accepted, 0);  // data bytes, flags and values may change freely
-  EXPECT_EQ(S(s, fc("TSEC")), 0);
+  EXPECT_EQ(S(s, kTSEC), 0);
 }
 
 TEST_F(ExchangeStream, HeaderWordsAreCheckedBitByBitInEveryDLRecord) {
   int32_t inner = rawDL(sp, fc("in  "), {{fc("Valu"), int32_t(kImmediate), 3}});
   int32_t top = rawDL(sp, fc("top "), {{fc("Part"), inner, kPartLink}});
   fundra::TMemory good;
-  ASSERT_EQ(S(s, fc("TSEx"), top, &good), 0);
+  ASSERT_EQ(S(s, kTSEx, top, &good), 0);
   auto recs = records(good);
   ASSERT_EQ(recs.size(), 2u);
   int32_t t = target(s);
@@ -187,11 +186,11 @@ TEST_F(ExchangeStream, HeaderWordsAreCheckedBitByBitInEveryDLRecord) {
     for (int32_t bit = 0; bit < 32; ++bit) {
       fundra::TMemory m = good;
       m.MemPtr()[rec + 4 + bit / 8] ^= uint8_t(1 << (bit % 8));
-      EXPECT_EQ(S(s, fc("TSIm"), t, &m), (allowed >> bit & 1) ? 0 : kBadStream)
+      EXPECT_EQ(S(s, kTSIm, t, &m), (allowed >> bit & 1) ? 0 : kBadStream)
           << "flag bit " << bit << " of the record at " << rec;
       m = good;
       m.MemPtr()[rec + 8 + bit / 8] ^= uint8_t(1 << (bit % 8));
-      EXPECT_EQ(S(s, fc("TSIm"), t, &m), kBadStream) << "owner bit " << bit << " at " << rec;
+      EXPECT_EQ(S(s, kTSIm, t, &m), kBadStream) << "owner bit " << bit << " at " << rec;
     }
   }
   expectSound(s);
@@ -203,20 +202,20 @@ TEST_F(ExchangeStream, RandomStructuresSurviveExportAndImport) {
     std::mt19937 rng(seed);
     renew();
     RandomShape shape = rawRandom(sp, rng, seed % 2 == 0);
-    S(s, fc("TSDK"), shape.top);
+    S(s, kTSDK, shape.top);
     fundra::TMemory m;
-    ASSERT_EQ(S(s, fc("TSEx"), shape.top, &m), 0);
+    ASSERT_EQ(S(s, kTSEx, shape.top, &m), 0);
     int32_t t = target(s);
-    ASSERT_EQ(S(s, fc("TSIm"), t, &m), 0);
+    ASSERT_EQ(S(s, kTSIm, t, &m), 0);
     std::string why;
     EXPECT_TRUE(sameGraph(sp, shape.top, t, &why)) << why;
     // Compare takes weak references by number and stops at shared DLs, so it can only call
     // copies equal when neither is there.
     if (!shape.weak && !shape.sharedBelow) {
-      EXPECT_EQ(S(s, fc("TSDC"), shape.top, t), 0);
+      EXPECT_EQ(S(s, kTSDC, shape.top, t), 0);
     }
     expectSound(s);
-    EXPECT_EQ(S(s, fc("TSCk")), 1);
+    EXPECT_EQ(S(s, kTSCk), 1);
   }
 }
 

@@ -104,7 +104,7 @@ class ModelRun {
   explicit ModelRun(uint32_t seed) : rng_(seed), s_(newStore(1)), sp_(spaceOf(s_)) {
     model_.dls[1].items[kModsKey].type = kList;
   }
-  ~ModelRun() { S(s_, fc("Dspo")); }
+  ~ModelRun() { S(s_, kDspo); }
 
   // Applies one random operation to both; answers the operation as text.
   std::string step() {
@@ -116,7 +116,7 @@ class ModelRun {
     switch (pick(13)) {
       case 0:
       case 1: {
-        int32_t n = i32(S(s_, fc("TSDN"), fc("test"), 0, 0));
+        int32_t n = i32(S(s_, kTSDN, fc("test"), 0, 0));
         op << "TSDN -> " << n;
         if (cap.contains("zoveGCCheck")) model_.collect();
         model_.dls[n].kept = true;
@@ -124,7 +124,7 @@ class ModelRun {
       }
       case 2: {
         int32_t v = int32_t(rng_());
-        S(s_, fc("TSVS"), dl, key, v);
+        S(s_, kTSVS, dl, key, v);
         d->items[key] = MItem{kImmediate, 0, v, {}, {}};
         op << "TSVS " << dl << " " << fcString(key) << " " << v;
         break;
@@ -135,7 +135,7 @@ class ModelRun {
         static const uint32_t types[] = {kHandle, kPartLink, kWeakHandle};
         uint32_t type = types[pick(3)];
         int32_t t = anyDL();
-        S(s_, type == kPartLink ? fc("TSAS") : fc("TSHS"), dl, key, t);
+        S(s_, type == kPartLink ? kTSAS : kTSHS, dl, key, t);
         if (type == kWeakHandle) setKind(dl, key, t, kWeakHandle);
         model_.dls[t].kept = false;
         model_.dls[dl].items[key] = MItem{type, t, 0, {}, {}};
@@ -147,7 +147,7 @@ class ModelRun {
       }
       case 6: {
         std::string bytes(size_t(pick(9)), char('a' + pick(26)));
-        S(s_, fc("TSBW"), dl, key, bytes.data(), int32_t(bytes.size()));
+        S(s_, kTSBW, dl, key, bytes.data(), int32_t(bytes.size()));
         d->items[key] = MItem{kBlob, 0, 0, {}, bytes};
         op << "TSBW " << dl << " " << fcString(key) << " '" << bytes << "'";
         break;
@@ -160,7 +160,7 @@ class ModelRun {
         std::set<int32_t> safe = model_.reachable(true);
         int32_t m = anyDL();
         if (it == d->items.end() && !safe.count(m)) return "skip";
-        S(s_, fc("TSLA"), dl, key, m);
+        S(s_, kTSLA, dl, key, m);
         d->items[key].type = kList;
         d->items[key].list.push_back(m);
         model_.dls[m].kept = false;
@@ -172,13 +172,13 @@ class ModelRun {
         if (it == d->items.end() || it->second.type != kList || it->second.list.empty())
           return "skip";
         int32_t m = it->second.list[size_t(pick(int32_t(it->second.list.size())))];
-        S(s_, fc("TSLD"), dl, key, m);
+        S(s_, kTSLD, dl, key, m);
         std::erase(it->second.list, m);
         op << "TSLD " << dl << " " << fcString(key) << " " << m;
         break;
       }
       case 10: {
-        Word r = S(s_, fc("TSUk"), dl, key);
+        Word r = S(s_, kTSUk, dl, key);
         EXPECT_EQ(r == kNoItem, !d->items.count(key));
         d->items.erase(key);
         op << "TSUk " << dl << " " << fcString(key);
@@ -190,7 +190,7 @@ class ModelRun {
         for (int i = pick(4); i > 0; --i) members.push_back(anyDL());
         fundra::TMemory mem(int32_t(members.size() * 4));
         if (!members.empty()) std::memcpy(mem.MemPtr(), members.data(), members.size() * 4);
-        S(s_, fc("TSLf"), dl, key, &mem);
+        S(s_, kTSLf, dl, key, &mem);
         for (int32_t m : members) model_.dls[m].kept = false;
         if (cap.contains("zoveGCCheck")) {
           // The list was stored before the count: collect in the model after the effect.
@@ -207,15 +207,15 @@ class ModelRun {
       case 12: {
         int r = pick(3);
         if (r == 0) {
-          S(s_, fc("TSDU"), dl);
+          S(s_, kTSDU, dl);
           d->kept = false;
           op << "TSDU " << dl;
         } else if (r == 1) {
-          S(s_, fc("TSDK"), dl);
+          S(s_, kTSDK, dl);
           d->kept = true;
           op << "TSDK " << dl;
         } else {
-          EXPECT_EQ(S(s_, fc("TSGC")), 0);
+          EXPECT_EQ(S(s_, kTSGC), 0);
           model_.collect();
           return "TSGC";
         }
@@ -280,7 +280,7 @@ class ModelRun {
 
   Object* store() { return s_; }
   void collect() {
-    EXPECT_EQ(S(s_, fc("TSGC")), 0);
+    EXPECT_EQ(S(s_, kTSGC), 0);
     model_.collect();
   }
 
@@ -348,7 +348,7 @@ TEST(StoreModel, RandomSequencesKeepExactlyWhatTheModelReaches) {
     if (diff.empty()) {
       run.collect();
       ops.push_back("TSGC");
-      EXPECT_EQ(S(run.store(), fc("TSCk")), 1);
+      EXPECT_EQ(S(run.store(), kTSCk), 1);
       diff = run.compare(true);
     }
     if (!diff.empty()) {

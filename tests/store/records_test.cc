@@ -8,21 +8,21 @@ struct Records : ::testing::Test {
   RecordFile* file = nullptr;
   Word dl = 0;
   void SetUp() override {
-    ASSERT_EQ(S(s, fc("TSIn"), kChannel, 1), 0);
+    ASSERT_EQ(S(s, kTSIn, kChannel, 1), 0);
     file = recordFile(s);
-    dl = S(s, fc("TSDN"), fc("data"), 0, 0);
-    S(s, fc("TSAS"), 1, fc("link"), dl);
+    dl = S(s, kTSDN, fc("data"), 0, 0);
+    S(s, kTSAS, 1, fc("link"), dl);
   }
-  void TearDown() override { S(s, fc("Dspo")); }
+  void TearDown() override { S(s, kDspo); }
 
   int32_t write(FourCC key, const std::string& bytes, int32_t compact = 0) {
     fundra::TMemory mem(int32_t(bytes.size()));
     std::memcpy(mem.MemPtr(), bytes.data(), bytes.size());
-    return i32(S(s, fc("TSRW"), dl, key, &mem, compact));
+    return i32(S(s, kTSRW, dl, key, &mem, compact));
   }
   std::string read(FourCC key, int32_t* result) {
     Word handle = 7;
-    *result = i32(S(s, fc("TSRR"), dl, key, &handle, 0));
+    *result = i32(S(s, kTSRR, dl, key, &handle, 0));
     if (*result != 0) return handle == 0 ? "<cleared>" : "<not cleared>";
     auto* mem = asPtr<fundra::TMemory>(handle);
     std::string out(reinterpret_cast<char*>(mem->MemPtr()), size_t(mem->GetSize()));
@@ -38,7 +38,7 @@ TEST_F(Records, WrittenRecordsReadBackAndLiveInTheFile) {
   EXPECT_EQ(read(fc("Rec1"), &r), "first record");
   EXPECT_EQ(r, 0);
   EXPECT_EQ(read(fc("Rec2"), &r), "second");
-  EXPECT_EQ(S(s, fc("TSRS"), dl, fc("Rec1")), 12);
+  EXPECT_EQ(S(s, kTSRS, dl, fc("Rec1")), 12);
   EXPECT_EQ(file->chunks.size(), 2u);
   EXPECT_TRUE(file->attached.empty());  // every handle was detached again
   Item it = rawItem(s, int32_t(dl), 0);
@@ -47,11 +47,11 @@ TEST_F(Records, WrittenRecordsReadBackAndLiveInTheFile) {
 
   EXPECT_EQ(read(fc("none"), &r), "<cleared>");
   EXPECT_EQ(r, kNoItem);
-  S(s, fc("TSVS"), dl, fc("valu"), 1);
+  S(s, kTSVS, dl, fc("valu"), 1);
   read(fc("valu"), &r);
   EXPECT_EQ(r, kWrongKind);
-  EXPECT_EQ(S(s, fc("TSRS"), dl, fc("valu")), kWrongKind);
-  EXPECT_EQ(S(s, fc("TSCk")), 1);
+  EXPECT_EQ(S(s, kTSRS, dl, fc("valu")), kWrongKind);
+  EXPECT_EQ(S(s, kTSCk), 1);
 }
 
 TEST_F(Records, AFailedWriteKeepsTheOldItemAndDropsTheNewChunk) {
@@ -70,15 +70,15 @@ TEST_F(Records, CollectionRemovesRecordsNoItemNames) {
   ASSERT_EQ(write(fc("Rec1"), "new"), 0);
   ASSERT_EQ(write(fc("Rec2"), "other"), 0);
   EXPECT_EQ(file->chunks.size(), 3u);
-  EXPECT_EQ(S(s, fc("TSGC")), 0);
+  EXPECT_EQ(S(s, kTSGC), 0);
   EXPECT_EQ(file->removed, std::vector<int32_t>{oldChunk});
   EXPECT_EQ(file->chunks.size(), 2u);
   int32_t r;
   EXPECT_EQ(read(fc("Rec1"), &r), "new");
 
   // A record named only by an unreachable DL goes with it.
-  S(s, fc("TSUk"), 1, fc("link"));
-  EXPECT_EQ(S(s, fc("TSGC")), 0);
+  S(s, kTSUk, 1, fc("link"));
+  EXPECT_EQ(S(s, kTSGC), 0);
   EXPECT_TRUE(file->chunks.empty());
 }
 
@@ -86,23 +86,23 @@ TEST_F(Records, CheckReportsRecordsTheFileCannotSize) {
   ASSERT_EQ(write(fc("Rec1"), "abc"), 0);
   file->chunks.clear();
   LogCapture cap;
-  EXPECT_EQ(S(s, fc("TSCk")), 1);  // logged, not a failure
+  EXPECT_EQ(S(s, kTSCk), 1);  // logged, not a failure
   EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveCheckDL: DL " + std::to_string(dl) +
                                                  " item 'Rec1' bad chunk 1, -1119"});
 }
 
 TEST(RecordsWithoutFile, RecordSelectorsAnswerNoRecordFile) {
   Object* s = newStore(1);
-  ASSERT_EQ(S(s, fc("TSIn"), kChannel, 1), 0);
-  Word dl = S(s, fc("TSDN"), fc("data"), 0, 0);
+  ASSERT_EQ(S(s, kTSIn, kChannel, 1), 0);
+  Word dl = S(s, kTSDN, fc("data"), 0, 0);
   fundra::TMemory mem(4);
-  EXPECT_EQ(S(s, fc("TSRW"), dl, fc("Rec1"), &mem, 0), kNoRecordFile);
+  EXPECT_EQ(S(s, kTSRW, dl, fc("Rec1"), &mem, 0), kNoRecordFile);
   Word handle = 5;
-  EXPECT_EQ(S(s, fc("TSRR"), dl, fc("Rec1"), &handle, 0), kNoRecordFile);
+  EXPECT_EQ(S(s, kTSRR, dl, fc("Rec1"), &handle, 0), kNoRecordFile);
   EXPECT_EQ(handle, 0);
-  EXPECT_EQ(S(s, fc("TSRS"), dl, fc("Rec1")), kNoRecordFile);
-  EXPECT_EQ(S(s, fc("TSCt"), dl), 0);
-  S(s, fc("Dspo"));
+  EXPECT_EQ(S(s, kTSRS, dl, fc("Rec1")), kNoRecordFile);
+  EXPECT_EQ(S(s, kTSCt, dl), 0);
+  S(s, kDspo);
 }
 
 }  // namespace

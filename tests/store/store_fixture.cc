@@ -28,22 +28,22 @@ Word fileWrite(Object* self, const Msg& m) {
 }
 
 void buildFile(ClassRec* c) {
-  Defn(c, fc("HUId"), [](Object* self, const Msg&) -> Word {
+  Defn(c, kHUId, [](Object* self, const Msg&) -> Word {
     RecordFile* f = rf(self);
     while (f->chunks.count(f->nextId)) ++f->nextId;
     return f->nextId++;
   });
-  Defn(c, fc("HCrt"), [](Object* self, const Msg& m) -> Word {
+  Defn(c, kHCrt, [](Object* self, const Msg& m) -> Word {
     rf(self)->attached[m.w[0]] = i32(m.w[2]);
     return 0;
   });
-  Defn(c, fc("HWrt"), fileWrite);
-  Defn(c, fc("HCmp"), fileWrite);
-  Defn(c, fc("HDet"), [](Object* self, const Msg& m) -> Word {
+  Defn(c, kHWrt, fileWrite);
+  Defn(c, kHCmp, fileWrite);
+  Defn(c, kHDet, [](Object* self, const Msg& m) -> Word {
     rf(self)->attached.erase(m.w[0]);
     return 0;
   });
-  Defn(c, fc("HRed"), [](Object* self, const Msg& m) -> Word {
+  Defn(c, kHRed, [](Object* self, const Msg& m) -> Word {
     auto it = rf(self)->chunks.find(i32(m.w[1]));
     if (it == rf(self)->chunks.end()) return -1119;
     auto* mem = new fundra::TMemory(int32_t(it->second.size()));
@@ -52,23 +52,22 @@ void buildFile(ClassRec* c) {
     rf(self)->attached[toWord(mem)] = i32(m.w[1]);
     return 0;
   });
-  Defn(c, fc("HRmv"), [](Object* self, const Msg& m) -> Word {
+  Defn(c, kHRmv, [](Object* self, const Msg& m) -> Word {
     rf(self)->chunks.erase(i32(m.w[1]));
     rf(self)->removed.push_back(i32(m.w[1]));
     return 0;
   });
-  Defn(c, fc("HSiz"), [](Object* self, const Msg& m) -> Word {
+  Defn(c, kHSiz, [](Object* self, const Msg& m) -> Word {
     auto it = rf(self)->chunks.find(i32(m.w[1]));
     return it == rf(self)->chunks.end() ? -1119 : Word(it->second.size());
   });
-  Defn(c, fc("HCId"),
-       [](Object* self, const Msg&) -> Word { return Word(rf(self)->chunks.size()); });
-  Defn(c, fc("HEId"), [](Object* self, const Msg& m) -> Word {
+  Defn(c, kHCId, [](Object* self, const Msg&) -> Word { return Word(rf(self)->chunks.size()); });
+  Defn(c, kHEId, [](Object* self, const Msg& m) -> Word {
     auto it = rf(self)->chunks.begin();
     std::advance(it, m.w[1] - 1);
     return it->first;
   });
-  Defn(c, fc("Dspo"), [](Object* self, const Msg& m) -> Word {
+  Defn(c, kDspo, [](Object* self, const Msg& m) -> Word {
     delete rf(self);
     return passMsg(gFileClass, self, m);
   });
@@ -76,20 +75,20 @@ void buildFile(ClassRec* c) {
 
 std::string note(const Msg& m) {
   std::string s = fcString(m.sel);
-  if (m.sel == fc("XTSL")) s += " " + fcString(u32(m.w[1])) + " " + std::to_string(i32(m.w[2]));
-  if (m.sel == fc("XTTB") || m.sel == fc("XTSS")) s += " " + std::to_string(i32(m.w[1]));
-  if (m.sel == fc("XTSW")) s += " " + std::to_string(m.w[0]) + " " + std::to_string(m.w[1]);
+  if (m.sel == kXTSL) s += " " + fcString(u32(m.w[1])) + " " + std::to_string(i32(m.w[2]));
+  if (m.sel == kXTTB || m.sel == kXTSS) s += " " + std::to_string(i32(m.w[1]));
+  if (m.sel == kXTSW) s += " " + std::to_string(m.w[0]) + " " + std::to_string(m.w[1]);
   return s;
 }
 
 Word listen(Object* self, const Msg& m) {
   auto* d = instanceData<Listener>(self, gListenClass);
   d->trace->push_back(note(m));
-  if (m.sel == fc("XTSU") && d->setBusy) {
+  if (m.sel == kXTSU && d->setBusy) {
     *asPtr<int32_t>(m.w[1]) = d->setBusy;
     if (m.w[2]) std::strcpy(asPtr<char>(m.w[2]), "busy");
   }
-  if (m.sel == fc("XTTB") && d->setBusy) *asPtr<int32_t>(m.w[2]) = d->setBusy;
+  if (m.sel == kXTTB && d->setBusy) *asPtr<int32_t>(m.w[2]) = d->setBusy;
   return 0;
 }
 
@@ -99,18 +98,17 @@ struct Boot : ::testing::Environment {
     gFileClass = makeSubclass(rootClass(), fc("tRcF"), sizeof(FileData));
     buildFile(gFileClass);
     gStoreClass = makeSubclass(findClass(kZoveSig), fc("tZvF"), sizeof(StoreData));
-    Defn(gStoreClass, fc("HGtF"), [](Object* self, const Msg&) -> Word {
+    Defn(gStoreClass, kHGtF, [](Object* self, const Msg&) -> Word {
       return instanceData<StoreData>(self, gStoreClass)->file;
     });
-    Defn(gStoreClass, fc("Dspo"), [](Object* self, const Msg& m) -> Word {
+    Defn(gStoreClass, kDspo, [](Object* self, const Msg& m) -> Word {
       Word file = instanceData<StoreData>(self, gStoreClass)->file;
       Word r = passMsg(gStoreClass, self, m);
-      send(file, fc("Dspo"));
+      send(file, kDspo);
       return r;
     });
     gListenClass = makeSubclass(rootClass(), fc("tLsn"), sizeof(Listener));
-    for (FourCC sel : {fc("XTSL"), fc("XTSD"), fc("XTSI"), fc("XTSC"), fc("XTSU"), fc("XTSS"),
-                       fc("XTTB"), fc("XTSW"), fc("XTSH")})
+    for (FourCC sel : {kXTSL, kXTSD, kXTSI, kXTSC, kXTSU, kXTSS, kXTTB, kXTSW, kXTSH})
       Defn(gListenClass, sel, listen);
   }
 };
@@ -118,20 +116,20 @@ struct Boot : ::testing::Environment {
 const auto* gBoot = ::testing::AddGlobalTestEnvironment(new Boot);
 
 Object* setUp(Object* store, int32_t version) {
-  send(store, fc("Setu"));
-  EXPECT_EQ(send(store, fc("HNew"), 0, version), 0);
+  send(store, kSetu);
+  EXPECT_EQ(send(store, kHNew, 0, version), 0);
   return store;
 }
 
 }  // namespace
 
 Object* newStore(int32_t version) {
-  return setUp(asObject(send(ZelkorLookup(kZoveSig), fc("New "))), version);
+  return setUp(asObject(send(ZelkorLookup(kZoveSig), kNew_)), version);
 }
 
 Object* newStoreWithFile(int32_t version) {
-  Object* store = asObject(send(gStoreClass->classObject, fc("New ")));
-  Object* file = asObject(send(gFileClass->classObject, fc("New ")));
+  Object* store = asObject(send(gStoreClass->classObject, kNew_));
+  Object* file = asObject(send(gFileClass->classObject, kNew_));
   instanceData<FileData>(file, gFileClass)->file = new RecordFile;
   instanceData<StoreData>(store, gStoreClass)->file = objWord(file);
   return setUp(store, version);
@@ -142,15 +140,15 @@ Word recordFileObject(Object* store) { return instanceData<StoreData>(store, gSt
 RecordFile* recordFile(Object* store) { return rf(asObject(recordFileObject(store))); }
 
 Object* newListener(std::vector<std::string>* trace, int32_t setBusy) {
-  Object* o = asObject(send(gListenClass->classObject, fc("New ")));
+  Object* o = asObject(send(gListenClass->classObject, kNew_));
   *instanceData<Listener>(o, gListenClass) = {trace, setBusy};
-  send(o, fc("poAd"), kChannel);
+  send(o, kpoAd, kChannel);
   return o;
 }
 
 fundra::ElementSpace* spaceOf(Object* store) {
   fundra::ElementSpace* s = nullptr;
-  send(store, fc("HGtH"), &s);
+  send(store, kHGtH, &s);
   return s;
 }
 

@@ -12,16 +12,28 @@
 #include "platform/fundra/debug.h"
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
+#include "platform/storefile/recfile.h"
 #include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/dl.h"
 #include "store/inspect.h"
-#include "store/zove.h"
+#include "zove/store.h"
 
 namespace zt {
 
 using namespace zelkor;
-using namespace storefile;
+using storefile::kHCId;
+using storefile::kHCmp;
+using storefile::kHCrt;
+using storefile::kHDet;
+using storefile::kHEId;
+using storefile::kHGtF;
+using storefile::kHGtH;
+using storefile::kHRed;
+using storefile::kHRmv;
+using storefile::kHSiz;
+using storefile::kHUId;
+using storefile::kHWrt;
 using namespace zove;
 
 constexpr Word kChannel = toWord(fc("tChn"));
@@ -78,20 +90,20 @@ inline void expectSound(Object* store) {
 struct StoreTest : ::testing::Test {
   Object* s = newStore(1);
   fundra::ElementSpace* sp = spaceOf(s);
-  void TearDown() override { S(s, fc("Dspo")); }
+  void TearDown() override { S(s, kDspo); }
 
   // Replaces the store with a new one, for tests that fault or damage theirs on purpose.
   void renew() {
-    S(s, fc("Dspo"));
+    S(s, kDspo);
     s = newStore(1);
     sp = spaceOf(s);
   }
   int32_t dn(FourCC type = fc("data"), int32_t dataSize = 0) {
-    return i32(S(s, fc("TSDN"), type, dataSize, 0));
+    return i32(S(s, kTSDN, type, dataSize, 0));
   }
   bool live(int32_t n) { return sp->LmTest(n) == 0; }
   // What a handle or part-link reader (sel) answers for key; 0 when it fails.
-  int32_t handleOf(int32_t dl, FourCC key, FourCC sel = fc("TSHG")) {
+  int32_t handleOf(int32_t dl, FourCC key, FourCC sel = kTSHG) {
     int32_t h = 0;
     S(s, sel, dl, key, &h);
     return h;

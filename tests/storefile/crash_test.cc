@@ -90,7 +90,7 @@ TEST(StoreFileCrash, AKilledWriterLeavesExactlyOneOfTheSavedStates) {
     send(h, kHNew, 0, 1);
     spaceOf(h)->LmSetAssert(1, 4);
     ASSERT_EQ(vhdCreateFile(h, path), 0);
-    send(h, fc("Dspo"));
+    send(h, kDspo);
   }
   std::mt19937 rng(99);
   int32_t refGen = 0, lastDone = 0, recovered = 0, midSave = 0;
@@ -137,9 +137,9 @@ TEST(StoreFileCrash, AKilledWriterLeavesExactlyOneOfTheSavedStates) {
     EXPECT_EQ(send(h, kHTsv), 0);
     if (gen > lastDone) ++recovered;  // the kill came after the commit, before the note
     lastDone = gen;
-    send(h, fc("Dspo"));
+    send(h, kDspo);
   }
-  send(ref, fc("Dspo"));
+  send(ref, kDspo);
   EXPECT_GT(refGen, kills / 2) << "the writer hardly ever saved";
   if (kills >= 100) {
     EXPECT_GT(midSave, 0) << "no kill landed inside a save";

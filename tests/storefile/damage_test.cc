@@ -32,7 +32,7 @@ Content saveSample(const std::string& path) {
   for (int32_t n = 100; n <= 160; ++n) put(s, &c.elements, n, randomBytes(rng, 60));
   EXPECT_EQ(send(h, kHChg), 0);
   c.records = recordsOf(h);
-  send(h, fc("Dspo"));
+  send(h, kDspo);
   return c;
 }
 
@@ -43,7 +43,7 @@ int32_t openAll(const std::string& path, Content* out) {
   if (!h) return code;
   out->elements = modelOf(*spaceOf(h));
   out->records = recordsOf(h, &code);
-  send(h, fc("Dspo"));
+  send(h, kDspo);
   return code;
 }
 

@@ -36,7 +36,7 @@ Saved makeFirstFile(const std::string& path) {
   for (int i = 0; i < 3; ++i) writeRecord(file, randomBytes(rng, 3000));
   EXPECT_EQ(send(h, kHChg), 0);
   a.records = recordsOf(h);
-  send(h, fc("Dspo"));
+  send(h, kDspo);
   return a;
 }
 
@@ -64,7 +64,7 @@ Saved readBack(const std::string& path, int32_t* code) {
   if (!r) return out;
   out.elements = modelOf(*spaceOf(r));
   out.records = recordsOf(r, code);
-  send(r, fc("Dspo"));
+  send(r, kDspo);
   return out;
 }
 
@@ -95,7 +95,7 @@ TEST(StoreFileFaults, EveryFailingCallOfASaveLeavesTheLastSaveAndTheNextSaveSucc
       IoFaults::failAt(0);
       ASSERT_EQ(send(h, kHChg), 0);
       calls = IoFaults::calls();
-      send(h, fc("Dspo"));
+      send(h, kDspo);
       EXPECT_TRUE(readBack(path, &code) == second);
       std::filesystem::remove(path);
     }
@@ -118,7 +118,7 @@ TEST(StoreFileFaults, EveryFailingCallOfASaveLeavesTheLastSaveAndTheNextSaveSucc
         if (r == 0) {
           ASSERT_EQ(code, 0);
           EXPECT_TRUE(found == expect);  // the failure hit a call SQLite could do without
-          send(h, fc("Dspo"));
+          send(h, kDspo);
         } else if (n % 2) {
           // A reader finds the last save, or is refused while the failed save's journal waits
           // for a writer to roll it back.
@@ -128,15 +128,15 @@ TEST(StoreFileFaults, EveryFailingCallOfASaveLeavesTheLastSaveAndTheNextSaveSucc
           EXPECT_EQ(send(h, kHChg), 0);  // the held changes are written by the next save
           EXPECT_TRUE(readBack(path, &code) == expect);
           EXPECT_EQ(send(h, kHTsv), 0);
-          send(h, fc("Dspo"));
+          send(h, kDspo);
         } else {
           // The writer gives up; the next writer finds the last save.
-          send(h, fc("Dspo"));
+          send(h, kDspo);
           Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
           ASSERT_EQ(code, 0);
           EXPECT_EQ(modelOf(*spaceOf(w)), first.elements);
           EXPECT_EQ(recordsOf(w), first.records);
-          send(w, fc("Dspo"));
+          send(w, kDspo);
         }
         std::filesystem::remove(path);
       }
@@ -195,7 +195,7 @@ TEST(StoreFileFaults, ACreationThatFailsLeavesNoFileBehind) {
     std::mt19937 rng(31);
     for (int32_t n = 1; n <= 300; ++n) put(spaceOf(h), &made->elements, n, randomBytes(rng, 200));
     int32_t r = vhdCreateFile(h, path);
-    send(h, fc("Dspo"));
+    send(h, kDspo);
     return r;
   };
   Saved made;
@@ -237,7 +237,7 @@ TEST(StoreFileFaults, AJournalLeftAtAPathIsNotTakenForANewStoreMadeThere) {
   IoFaults::failAt(0);
   ASSERT_EQ(send(probe, kHChg), 0);
   int64_t calls = IoFaults::calls();
-  send(probe, fc("Dspo"));
+  send(probe, kDspo);
   Word h = openStore(old, VhdOpenMode::kReadWrite, &code);
   ASSERT_EQ(code, 0);
   changeToSecond(h, &second);
@@ -250,7 +250,7 @@ TEST(StoreFileFaults, AJournalLeftAtAPathIsNotTakenForANewStoreMadeThere) {
       << "the journal is not hot";
   writeBytes(path + "-journal", journal);
   IoFaults::failAt(0);
-  send(h, fc("Dspo"));
+  send(h, kDspo);
 
   Saved made;
   Word n = newHandle();
@@ -258,10 +258,10 @@ TEST(StoreFileFaults, AJournalLeftAtAPathIsNotTakenForANewStoreMadeThere) {
   std::mt19937 rng(41);
   for (int32_t e = 1; e <= 200; ++e) put(spaceOf(n), &made.elements, e, randomBytes(rng, 90));
   ASSERT_EQ(vhdCreateFile(n, path), 0);
-  send(n, fc("Dspo"));
+  send(n, kDspo);
   Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
   ASSERT_EQ(code, 0);
   EXPECT_EQ(modelOf(*spaceOf(w)), made.elements);
   EXPECT_EQ(send(w, kHTsv), 0);
-  send(w, fc("Dspo"));
+  send(w, kDspo);
 }

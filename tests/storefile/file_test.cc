@@ -58,9 +58,9 @@ TEST(StoreFile, ReopensWithExactlyTheSavedElementsAndRecordsAfterEverySave) {
     EXPECT_EQ(modelOf(*spaceOf(reader)), model) << "round " << round;
     EXPECT_EQ(recordsOf(reader), records) << "round " << round;
     EXPECT_EQ(send(reader, kHTsv), 0);
-    send(reader, fc("Dspo"));
+    send(reader, kDspo);
   }
-  send(h, fc("Dspo"));
+  send(h, kDspo);
 
   // A writer opening the file later sees the same, and its first save without changes is empty.
   int32_t code = 0;
@@ -70,7 +70,7 @@ TEST(StoreFile, ReopensWithExactlyTheSavedElementsAndRecordsAfterEverySave) {
   std::vector<uint8_t> before = readBytes(path);
   EXPECT_EQ(send(again, kHChg), 0);
   EXPECT_EQ(readBytes(path), before);
-  send(again, fc("Dspo"));
+  send(again, kDspo);
 }
 
 TEST(StoreFile, ABigStoreLoadsWithItsRowsReadAheadOnAnotherThread) {
@@ -84,14 +84,14 @@ TEST(StoreFile, ABigStoreLoadsWithItsRowsReadAheadOnAnotherThread) {
   for (int32_t n = 1; n <= 80000; ++n)
     put(s, &model, n, std::vector<uint8_t>(size_t(400 + n % 97), uint8_t(n * 7)));
   ASSERT_EQ(vhdCreateFile(h, path), 0);
-  send(h, fc("Dspo"));
+  send(h, kDspo);
   for (auto mode : {VhdOpenMode::kReadOnly, VhdOpenMode::kReadWrite}) {
     int32_t code = 0;
     Word again = openStore(path, mode, &code);
     ASSERT_EQ(code, 0);
     EXPECT_EQ(modelOf(*spaceOf(again)), model);
     EXPECT_EQ(send(again, kHTsv), 0);
-    send(again, fc("Dspo"));
+    send(again, kDspo);
   }
 }
 
@@ -108,7 +108,7 @@ TEST(StoreFile, ASaveAfterAFewChangesTouchesFarLessThanTheFirstSave) {
   ASSERT_EQ(send(h, kHChg), 0);
   int64_t small = storefile::IoFaults::bytesWritten();
   EXPECT_GT(full, 10 * small) << "full " << full << ", one change " << small;
-  send(h, fc("Dspo"));
+  send(h, kDspo);
 }
 
 TEST(StoreFile, RecordsAndElementsReachTheFileOnlyWithTheSave) {
@@ -137,10 +137,10 @@ TEST(StoreFile, RecordsAndElementsReachTheFileOnlyWithTheSave) {
   Word rf = send(reader, kHGtF);
   EXPECT_EQ(send(rf, kHSiz, kTVhd, kept), 3);
   EXPECT_EQ(send(rf, kHSiz, kTVhd, fresh), kVhdNoRecord);
-  send(reader, fc("Dspo"));
+  send(reader, kDspo);
 
   // Disposing without a save drops what was not saved.
-  send(h, fc("Dspo"));
+  send(h, kDspo);
   reader = openStore(path, VhdOpenMode::kReadWrite, &code);
   ASSERT_EQ(code, 0);
   rf = send(reader, kHGtF);
@@ -153,7 +153,7 @@ TEST(StoreFile, RecordsAndElementsReachTheFileOnlyWithTheSave) {
   EXPECT_EQ(send(rf, kHRmv, kTVhd, next), 0);
   ASSERT_EQ(send(reader, kHChg), 0);
   EXPECT_GT(writeRecord(rf, {8}), next);
-  send(reader, fc("Dspo"));
+  send(reader, kDspo);
 }
 
 TEST(StoreFile, RecordFileAnswersItsProtocol) {
@@ -205,7 +205,7 @@ TEST(StoreFile, RecordFileAnswersItsProtocol) {
   EXPECT_EQ(send(file, kHDet, &stray), 0);
   EXPECT_EQ(send(h, kHChg), 0);
   EXPECT_EQ(send(h, kHTsv), 0);
-  send(h, fc("Dspo"));
+  send(h, kDspo);
 }
 
 TEST(StoreFile, ASecondWriterIsRefusedInThisProcessAndAnotherWhileReadersAreNot) {
@@ -234,14 +234,14 @@ TEST(StoreFile, ASecondWriterIsRefusedInThisProcessAndAnotherWhileReadersAreNot)
   EXPECT_EQ(code, 0);
   ASSERT_NE(reader, 0);
   EXPECT_EQ(modelOf(*spaceOf(reader)), model);
-  send(reader, fc("Dspo"));
+  send(reader, kDspo);
 
   // Once the writer has gone, the next one gets in.
   EXPECT_EQ(vhdCloseFile(h), 0);
   EXPECT_EQ(vhdOpenFile(second, path, VhdOpenMode::kReadWrite), 0);
   EXPECT_EQ(vhdFilePath(second), path);
-  send(second, fc("Dspo"));
-  send(h, fc("Dspo"));
+  send(second, kDspo);
+  send(h, kDspo);
 }
 
 TEST(StoreFile, ReadOnlyOpeningChangesNoByteOfTheFile) {
@@ -251,7 +251,7 @@ TEST(StoreFile, ReadOnlyOpeningChangesNoByteOfTheFile) {
   Word h = createStore(path, &model, 300, 7);
   writeRecord(send(h, kHGtF), {1, 2, 3, 4});
   ASSERT_EQ(send(h, kHChg), 0);
-  send(h, fc("Dspo"));
+  send(h, kDspo);
   std::vector<uint8_t> before = readBytes(path);
   // The writer keeps its journal, its header cleared, for the saves to come.
   std::vector<uint8_t> journal = readBytes(path + "-journal");
@@ -273,7 +273,7 @@ TEST(StoreFile, ReadOnlyOpeningChangesNoByteOfTheFile) {
   EXPECT_EQ(recordsOf(r).size(), 1u);
   EXPECT_EQ(send(r, kHChg), kVhdReadOnly);
   EXPECT_EQ(send(r, kHTsv), 0);
-  send(r, fc("Dspo"));
+  send(r, kDspo);
 
   struct stat st1;
   stat(path.c_str(), &st1);
@@ -297,11 +297,11 @@ TEST(StoreFile, BindingRefusesWhatItCannotDo) {
   Word other = newHandle();
   send(other, kHNew, 0, 1);
   EXPECT_EQ(vhdCreateFile(other, path), kVhdNoFile);  // exists
-  Word notVhd = send(ZelkorLookup(kRootSig), fc("New "));
+  Word notVhd = send(ZelkorLookup(kRootSig), kNew_);
   EXPECT_EQ(vhdOpenFile(notVhd, path, VhdOpenMode::kReadOnly), kVhdNotVhd);
-  send(notVhd, fc("Dspo"));
-  send(other, fc("Dspo"));
-  send(h, fc("Dspo"));
+  send(notVhd, kDspo);
+  send(other, kDspo);
+  send(h, kDspo);
 }
 
 TEST(StoreFile, FilesThatAreNotStoreFilesAreRefused) {
@@ -309,7 +309,7 @@ TEST(StoreFile, FilesThatAreNotStoreFilesAreRefused) {
   auto refused = [](const std::string& path) {
     int32_t code = 0;
     Word h = openStore(path, VhdOpenMode::kReadOnly, &code);
-    if (h) send(h, fc("Dspo"));
+    if (h) send(h, kDspo);
     return code;
   };
   writeBytes(dir.file("empty"), {});

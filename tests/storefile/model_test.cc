@@ -82,7 +82,7 @@ void runSeed(uint32_t seed, const std::string& path) {
         run.saved = run.live;
         run.savedRecords = run.liveRecords;
       }
-      send(run.h, fc("Dspo"));
+      send(run.h, kDspo);
       run.steps.push_back(save ? "save, close, reopen" : "close without saving, reopen");
       reopen(&run);
       ASSERT_NE(run.h, 0);
@@ -94,7 +94,7 @@ void runSeed(uint32_t seed, const std::string& path) {
       ASSERT_EQ(send(run.h, kHTsv), 0) << "seed " << seed << "\n" << vhdDescribe(run.h);
     }
   }
-  send(run.h, fc("Dspo"));
+  send(run.h, kDspo);
 }
 
 }  // namespace

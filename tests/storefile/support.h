@@ -21,6 +21,9 @@
 namespace storetest {
 
 using zelkor::fc;
+using zelkor::kDspo;
+using zelkor::kNew_;
+using zelkor::kSetu;
 using zelkor::send;
 using zelkor::Word;
 
@@ -52,8 +55,8 @@ inline void writeBytes(const std::string& path, const std::vector<uint8_t>& byte
 // A value handle made the way a host makes a store (New, Setu).
 inline Word newHandle() {
   zelkor::ZelkorBoot();
-  Word h = send(zelkor::ZelkorLookup(zelkor::kVhdSig), fc("New "));
-  send(h, fc("Setu"));
+  Word h = send(zelkor::ZelkorLookup(zelkor::kVhdSig), kNew_);
+  send(h, kSetu);
   return h;
 }
 
@@ -125,7 +128,7 @@ inline Word openStore(const std::string& path, storefile::VhdOpenMode mode, int3
   fundra::ElementSpace* s = nullptr;
   if (*code == 0) *code = int32_t(send(h, storefile::kHGtH, &s));
   if (*code != 0) {
-    send(h, fc("Dspo"));
+    send(h, kDspo);
     return 0;
   }
   return h;

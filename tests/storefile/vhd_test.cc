@@ -13,8 +13,8 @@ namespace {
 
 Word newHandle() {
   ZelkorBoot();
-  Word obj = send(ZelkorLookup(kVhdSig), fc("New "));
-  send(obj, fc("Setu"));
+  Word obj = send(ZelkorLookup(kVhdSig), kNew_);
+  send(obj, kSetu);
   return obj;
 }
 
@@ -45,7 +45,7 @@ TEST(ValueHandle, AdoptsTheSpaceItIsGivenAndHandsItBackOnInstall) {
   ASSERT_NE(out, nullptr);
   EXPECT_NE(out, second);
   EXPECT_EQ(out->LmCount(), 0);
-  send(h, fc("Dspo"));
+  send(h, kDspo);
 }
 
 TEST(ValueHandle, WithoutAFileHasNoRecordFileAndSavesNothing) {
@@ -59,7 +59,7 @@ TEST(ValueHandle, WithoutAFileHasNoRecordFileAndSavesNothing) {
   EXPECT_EQ(send(h, kHSCh, 0), 1);
   EXPECT_EQ(send(h, kHSCh, 1), 0);
   EXPECT_EQ(send(h, kHSCh, 1), 1);
-  send(h, fc("Dspo"));
+  send(h, kDspo);
 }
 
 TEST(ValueHandle, RegistryListsRegisteredHandlesUntilUnregisteredOrDisposed) {
@@ -83,7 +83,7 @@ TEST(ValueHandle, RegistryListsRegisteredHandlesUntilUnregisteredOrDisposed) {
   EXPECT_EQ(send(a, kHUrg, fc("@zov")), 0);
   EXPECT_FALSE(has(a));
   EXPECT_TRUE(has(b));
-  send(b, fc("Dspo"));
+  send(b, kDspo);
   EXPECT_FALSE(has(b));
-  send(a, fc("Dspo"));
+  send(a, kDspo);
 }

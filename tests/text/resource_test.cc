@@ -55,7 +55,7 @@ TEST(ResourceTest, LocationHandlesRoundTripAndGivePaths) {
   EXPECT_EQ(path, "/home/ana/Documents/plan.txt");
   EXPECT_LT(back.Import(bytes.data(), int64_t(bytes.size()) - 1), 0);
   EXPECT_TRUE(back.IsEmpty());
-  EXPECT_EQ(back.GetPath(&path, 1), -1);
+  EXPECT_EQ(back.GetPath(&path, 1), kResNoPath);
   EXPECT_TRUE(path.IsEmpty());
   bytes[0] = 'T';
   EXPECT_EQ(back.Import(bytes.data(), int64_t(bytes.size())), kFormForeign);

@@ -23,14 +23,14 @@ void bootProc(Word bootWord, Word superclass) {
   gSteps.push_back("boot " + fcString(Sig) + " under " +
                    fcString(classOf(asObject(superclass))->sig));
   EXPECT_EQ(classOf(asObject(superclass))->sig, FourCC(Super));
-  Word cls = send(superclass, fc("SubC"), Sig, 1, 16);
+  Word cls = send(superclass, kSubC, Sig, 1, 16);
   ASSERT_NE(cls, 0);
-  Defn(classOf(asObject(cls))->meta, fc("clsc"), started);
-  TThread::TaskCall(0, TransThread, fc("boot"), fc("clsc"), cls, Sig);
-  send(cls, fc("Defn"), fc("ping"),
+  Defn(classOf(asObject(cls))->meta, kclsc, started);
+  TThread::TaskCall(0, TransThread, kboot, kclsc, cls, Sig);
+  send(cls, kDefn, fc("ping"),
        reinterpret_cast<Word>(+[](Object*, const Msg&) -> Word { return 1; }));
   gBootWords.push_back(bootWord);
-  TThread::TaskSched(0, bootWord, fc("Dspo"));
+  TThread::TaskSched(0, bootWord, kDspo);
 }
 
 constexpr FourCC kKid = fc("tKid");

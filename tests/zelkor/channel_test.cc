@@ -26,17 +26,17 @@ Word lNote(Object* self, const Msg& m) {
   gTrace->push_back(std::to_string(d->id) + ":" + std::to_string(m.w[0]));
   switch (d->action) {
     case kDisposeOther:
-      if (d->other) send(d->other, fc("Dspo"));
+      if (d->other) send(d->other, kDspo);
       d->other = nullptr;
       break;
     case kDisposeSelf:
-      send(self, fc("Dspo"));
+      send(self, kDspo);
       break;
     case kLeave:
-      send(self, fc("poRm"), kChan);
+      send(self, kpoRm, kChan);
       break;
     case kJoinOther:
-      send(d->other, fc("poAd"), kChan);
+      send(d->other, kpoAd, kChan);
       break;
     case kRebroadcast:
       d->action = kNothing;
@@ -51,7 +51,7 @@ Object* make(int32_t id, int32_t action = kNothing, Object* other = nullptr) {
     gL = makeSubclass(rootClass(), fc("tstL"), sizeof(Listener));
     Defn(gL, fc("note"), lNote);
   }
-  Object* o = asObject(send(gL->classObject, fc("New ")));
+  Object* o = asObject(send(gL->classObject, kNew_));
   *instanceData<Listener>(o, gL) = {id, action, other};
   return o;
 }
@@ -71,17 +71,17 @@ struct ChannelTest : ::testing::Test {
 TEST_F(ChannelTest, BroadcastReachesMembersInJoinOrderOnce) {
   Object* a = make(1);
   Object* b = make(2);
-  send(b, fc("poAd"), kChan);
-  send(a, fc("poAd"), kChan);
-  send(a, fc("poAd"), kChan);  // joining twice is joining once
+  send(b, kpoAd, kChan);
+  send(a, kpoAd, kChan);
+  send(a, kpoAd, kChan);  // joining twice is joining once
   TransBlock(kChan, fc("note"), 5);
   EXPECT_EQ(joined(), "2:5 1:5 ");
   // An object can be a channel too.
-  send(a, fc("poAd"), objWord(b));
+  send(a, kpoAd, objWord(b));
   TransBlock(objWord(b), fc("note"), 6);
   EXPECT_EQ(joined(), "2:5 1:5 1:6 ");
-  send(a, fc("Dspo"));
-  send(b, fc("Dspo"));
+  send(a, kDspo);
+  send(b, kDspo);
   EXPECT_TRUE(channelMembers(kChan).empty());
   EXPECT_TRUE(channelMembers(objWord(b)).empty());
 }
@@ -94,7 +94,7 @@ TEST_F(ChannelTest, ListenersMayDisposeLeaveJoinAndRebroadcastDuringABroadcast) 
   Object* c = make(4, kJoinOther, late);  // 9 joins: not reached by this broadcast
   Object* d = make(5, kLeave);
   Object* e = make(6, kRebroadcast);  // a nested broadcast reaches the members still joined
-  for (Object* o : {a, b, victim, c, d, e}) send(o, fc("poAd"), kChan);
+  for (Object* o : {a, b, victim, c, d, e}) send(o, kpoAd, kChan);
   TransBlock(kChan, fc("note"), 1);
   EXPECT_EQ(joined(), "1:1 2:1 4:1 5:1 6:1 1:2 4:2 6:2 9:2 ");
   auto members = channelMembers(kChan);
@@ -104,6 +104,6 @@ TEST_F(ChannelTest, ListenersMayDisposeLeaveJoinAndRebroadcastDuringABroadcast) 
   trace.clear();
   TransBlock(kChan, fc("note"), 3);
   EXPECT_EQ(joined(), "1:3 4:3 6:3 9:3 ");
-  for (Object* o : {a, c, d, e, late}) send(o, fc("Dspo"));
+  for (Object* o : {a, c, d, e, late}) send(o, kDspo);
   EXPECT_TRUE(channelMembers(kChan).empty());
 }

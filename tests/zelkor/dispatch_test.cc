@@ -44,8 +44,8 @@ void buildChain() {
 
 TEST(Dispatch, SubclassHandlersOverrideAndPassReachesEachSuperclass) {
   buildChain();
-  Object* c = asObject(send(gC->classObject, fc("New ")));
-  Object* a = asObject(send(gA->classObject, fc("New ")));
+  Object* c = asObject(send(gC->classObject, kNew_));
+  Object* a = asObject(send(gA->classObject, kNew_));
   ASSERT_NE(c, nullptr);
   EXPECT_EQ(send(c, fc("name")), 'C' * 1000000 + 'B' * 1000 + 'A');
   EXPECT_EQ(send(a, fc("name")), 'A');
@@ -57,16 +57,16 @@ TEST(Dispatch, SubclassHandlersOverrideAndPassReachesEachSuperclass) {
   EXPECT_EQ(send(c, fc("zzzz"), 1), 0);
   EXPECT_EQ(unansweredCount(), misses + 1);
   EXPECT_EQ(send(static_cast<Object*>(nullptr), fc("name")), 0);
-  EXPECT_NE(send(c, fc("LkUp"), fc("cnt ")), 0);
-  EXPECT_EQ(send(a, fc("LkUp"), fc("cnt ")), 0);
-  EXPECT_EQ(send(c, fc("LkUp"), fc("zzzz")), 0);
-  send(c, fc("Dspo"));
-  send(a, fc("Dspo"));
+  EXPECT_NE(send(c, kLkUp, fc("cnt ")), 0);
+  EXPECT_EQ(send(a, kLkUp, fc("cnt ")), 0);
+  EXPECT_EQ(send(c, kLkUp, fc("zzzz")), 0);
+  send(c, kDspo);
+  send(a, kDspo);
 }
 
 TEST(Dispatch, LaterDefinitionsReachSubclassesThatInheritedThem) {
   buildChain();
-  Object* c = asObject(send(gC->classObject, fc("New ")));
+  Object* c = asObject(send(gC->classObject, kNew_));
   EXPECT_EQ(send(c, fc("late")), 0);
   Defn(gA, fc("late"), [](Object*, const Msg&) -> Word { return 7; });
   EXPECT_EQ(send(c, fc("late")), 7);
@@ -75,15 +75,15 @@ TEST(Dispatch, LaterDefinitionsReachSubclassesThatInheritedThem) {
   Defn(gA, fc("late"), [](Object*, const Msg&) -> Word { return 9; });
   EXPECT_EQ(send(c, fc("late")), 8);
   // Defn as a message to the class object.
-  send(gC->classObject, fc("Defn"), fc("late"),
+  send(gC->classObject, kDefn, fc("late"),
        reinterpret_cast<Word>(+[](Object*, const Msg&) -> Word { return 10; }));
   EXPECT_EQ(send(c, fc("late")), 10);
-  send(c, fc("Dspo"));
+  send(c, kDspo);
 }
 
 TEST(Objects, EachClassReachesItsOwnSegmentThroughItsRecord) {
   buildChain();
-  Object* c = asObject(send(gC->classObject, fc("New ")));
+  Object* c = asObject(send(gC->classObject, kNew_));
   // Segments are disjoint, ordered root first, each preceded by its flag word.
   EXPECT_LT(gA->offset + sizeof(Data), gB->offset);
   EXPECT_LT(gB->offset + sizeof(Data), gC->offset);
@@ -98,7 +98,7 @@ TEST(Objects, EachClassReachesItsOwnSegmentThroughItsRecord) {
   EXPECT_EQ(instanceData<Data>(c, gC)->calls, 0);
   EXPECT_EQ(segmentFlags(c, gB), 0u);
   EXPECT_TRUE(isLiveObject(objWord(c)));
-  send(c, fc("Dspo"));
+  send(c, kDspo);
   EXPECT_FALSE(isLiveObject(objWord(c)));
 }
 
@@ -107,16 +107,16 @@ TEST(Objects, ClassObjectsAnswerClassSelectorsAndNwMFRemembersTheStore) {
   EXPECT_EQ(ZelkorLookup(fc("tstB")), objWord(gB->classObject));
   EXPECT_EQ(ZelkorLookup(fc("nope")), 0);
   EXPECT_EQ(classOf(gB->classObject), gB);
-  Object* o = asObject(send(gB->classObject, fc("NwMF"), 1234));
+  Object* o = asObject(send(gB->classObject, kNwMF, 1234));
   EXPECT_EQ(o->h.home, 1234);
   EXPECT_EQ(o->h.cls, gB);
-  EXPECT_NE(send(gB->classObject, fc("LkUp"), fc("New ")), 0);
+  EXPECT_NE(send(gB->classObject, kLkUp, kNew_), 0);
   // A signature can name one class only.
-  EXPECT_EQ(send(gA->classObject, fc("SubC"), fc("tstB"), 1, 8), 0);
-  Word d = send(gA->classObject, fc("SubC"), fc("tstD"), 1, 8);
+  EXPECT_EQ(send(gA->classObject, kSubC, fc("tstB"), 1, 8), 0);
+  Word d = send(gA->classObject, kSubC, fc("tstD"), 1, 8);
   ASSERT_NE(d, 0);
   EXPECT_EQ(classOf(asObject(d))->super, gA);
-  send(o, fc("Dspo"));
+  send(o, kDspo);
 }
 
 TEST(Log, PlaceholdersFormatTheSystemsWords) {

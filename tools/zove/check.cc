@@ -6,6 +6,7 @@
 #include "platform/zelkor/zelkor.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
+#include "zove/store.h"
 
 namespace zove::cli {
 
@@ -41,7 +42,7 @@ int cmdCheck(int argc, char** argv) {
     return 1;
   }
   progress.phase("checking every DL reachable from the root");
-  int32_t rc = zelkor::i32(zelkor::send(f.store(), zelkor::fc("TSCk")));
+  int32_t rc = zelkor::i32(zelkor::send(f.store(), kTSCk));
   progress.phase("done");
   std::vector<zelkor::LogEntry> lines = f.takeLog();
   std::vector<std::string> reports = asserts.take();

@@ -11,10 +11,11 @@
 #include "platform/fundra/tdate.h"
 #include "platform/fundra/tstring.h"
 #include "platform/storefile/vhd.h"
+#include "platform/zelkor/codes.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/zove.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
+#include "zove/store.h"
 
 namespace zove::cli {
 
@@ -55,10 +56,10 @@ class Tour {
 
   bool create() {
     store_ = newStore();
-    send("making the store", zero, fc("HNew"), 0, kVersion);
+    send("making the store", zero, kHNew, 0, kVersion);
     if (failed_) return false;
     if (int32_t rc = storefile::vhdCreateFile(store_, path_)) return refuse("creating", rc);
-    return send("installing", zero, fc("TSIn"), kToolChannel, kVersion) == 0 && !failed_;
+    return send("installing", zero, kTSIn, kToolChannel, kVersion) == 0 && !failed_;
   }
 
   bool reopen() {
@@ -66,32 +67,32 @@ class Tour {
     store_ = newStore();
     if (int32_t rc = storefile::vhdOpenFile(store_, path_, storefile::VhdOpenMode::kReadOnly))
       return refuse("reopening", rc);
-    return send("installing again", zero, fc("TSIn"), kToolChannel, kVersion) == 0 && !failed_;
+    return send("installing again", zero, kTSIn, kToolChannel, kVersion) == 0 && !failed_;
   }
 
   void close() {
-    if (store_ && zelkor::isLiveObject(store_)) zelkor::send(store_, fc("Dspo"));
+    if (store_ && zelkor::isLiveObject(store_)) zelkor::send(store_, kDspo);
     store_ = 0;
   }
 
   fundra::ElementSpace* space() {
     fundra::ElementSpace* s = nullptr;
-    zelkor::send(store_, fc("HGtH"), &s);
+    zelkor::send(store_, storefile::kHGtH, &s);
     return s;
   }
   int32_t elements() { return space() ? space()->LmLiveCount() : 0; }
 
   // A new DL of the type; kept until something links it.
   int32_t newDL(const char* type, int32_t owner) {
-    return send("making a DL", positive, fc("TSDN"), zelkor::u32(code(type)), 0, owner);
+    return send("making a DL", positive, kTSDN, zelkor::u32(code(type)), 0, owner);
   }
   void setString(int32_t dl, const char* key, const char* text) {
     fundra::TString s(text);
-    send("writing a string", any, fc("TSSs"), dl, code(key), &s);
+    send("writing a string", any, kTSSs, dl, code(key), &s);
   }
   std::string getString(int32_t dl, const char* key) {
     fundra::TString s;
-    send("reading a string", zero, fc("TSSg"), dl, code(key), &s);
+    send("reading a string", zero, kTSSg, dl, code(key), &s);
     return std::string(s.View());
   }
 
@@ -101,13 +102,13 @@ class Tour {
            zelkor::FourCC(uint8_t(s[2])) << 8 | zelkor::FourCC(uint8_t(s[3]));
   }
   Word newStore() {
-    Word s = zelkor::send(zelkor::ZelkorLookup(kZoveSig), fc("New "));
-    zelkor::send(s, fc("Setu"));
+    Word s = zelkor::send(zelkor::ZelkorLookup(kZoveSig), zelkor::kNew_);
+    zelkor::send(s, kSetu);
     return s;
   }
   bool refuse(const char* what, int32_t rc) {
-    std::fprintf(stderr, "zove demo: %s %s: %s (%d)\n", what, path_.c_str(),
-                 storefile::vhdCodeText(rc), rc);
+    std::fprintf(stderr, "zove demo: %s %s: %s\n", what, path_.c_str(),
+                 zelkor::codeText(rc).c_str());
     printLog(stderr, log_.take());
     failed_ = true;
     return false;

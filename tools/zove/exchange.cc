@@ -12,6 +12,7 @@
 #include "platform/zelkor/zelkor.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
+#include "zove/store.h"
 
 namespace zove::cli {
 
@@ -27,7 +28,7 @@ bool parseDL(const char* command, const char* text, int32_t* dl) {
 
 // The DL must be a DL of the store: TSDT answers its uType, which is never 0 for a DL.
 bool isDL(StoreFile& f, int32_t dl) {
-  if (f.space()->LmTest(dl) == 0 && zelkor::send(f.store(), fc("TSDT"), dl) != 0) return true;
+  if (f.space()->LmTest(dl) == 0 && zelkor::send(f.store(), kTSDT, dl) != 0) return true;
   f.fail("DL " + std::to_string(dl) + " is not a DL of this store");
   return false;
 }
@@ -44,12 +45,12 @@ int cmdExport(int argc, char** argv) {
   StoreFile f("export", argv[0]);
   if (!f.open(false) || !f.install() || !isDL(f, dl)) return 1;
   // A stream carries parts of objects: the objects themselves stay where they are shared.
-  if (zelkor::send(f.store(), fc("TSTS"), dl) == 1) {
+  if (zelkor::send(f.store(), kTSTS, dl) == 1) {
     f.fail("DL " + std::to_string(dl) + " is a shared DL (a stored object); export a DL it holds");
     return 1;
   }
   fundra::TMemory stream;
-  int32_t rc = zelkor::i32(zelkor::send(f.store(), fc("TSEx"), dl, &stream));
+  int32_t rc = zelkor::i32(zelkor::send(f.store(), kTSEx, dl, &stream));
   if (rc != 0) {
     f.fail("exporting DL " + std::to_string(dl) + " failed (" + std::to_string(rc) + ")");
     printLog(stderr, f.takeLog());
@@ -99,13 +100,13 @@ int cmdImport(int argc, char** argv) {
            " is not reachable from DL 1: what is imported there would be collected at the save");
     return 1;
   }
-  int32_t rc = zelkor::i32(zelkor::send(f.store(), fc("TSIm"), dl, &stream));
+  int32_t rc = zelkor::i32(zelkor::send(f.store(), kTSIm, dl, &stream));
   if (rc != 0) {
     f.fail("importing " + std::string(argv[2]) + " failed (" + std::to_string(rc) + ")");
     printLog(stderr, f.takeLog());
     return 1;
   }
-  rc = zelkor::i32(zelkor::send(f.store(), fc("HChg")));
+  rc = zelkor::i32(zelkor::send(f.store(), kHChg));
   if (rc != 0) {
     f.fail("saving failed (" + std::to_string(rc) + ")");
     printLog(stderr, f.takeLog());

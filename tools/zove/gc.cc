@@ -1,10 +1,11 @@
 // zove gc FILE: collects what nothing reaches and saves the file.
 #include <cstdio>
 
+#include "platform/storefile/recfile.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/zove.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
+#include "zove/store.h"
 
 namespace zove::cli {
 
@@ -22,17 +23,17 @@ int cmdGc(int argc, char** argv) {
   int32_t count = f.space()->LmLiveCount();
   int64_t bytes = f.space()->LmLiveBytes();
   Word records = f.recordFile();
-  int32_t recordCount = zelkor::i32(zelkor::send(records, zelkor::fc("HCId"), kRecordType));
+  int32_t recordCount = zelkor::i32(zelkor::send(records, storefile::kHCId, kRecordType));
   // HChg collects, compacts and saves in one step, as every host's save does.
   progress.phase("collecting and saving");
-  int32_t rc = zelkor::i32(zelkor::send(f.store(), zelkor::fc("HChg")));
+  int32_t rc = zelkor::i32(zelkor::send(f.store(), kHChg));
   progress.phase("done");
   if (rc != 0) {
     f.fail("collecting and saving failed (" + std::to_string(rc) + "); the log said:");
     printLog(stderr, f.takeLog());
     return 1;
   }
-  int32_t recordsAfter = zelkor::i32(zelkor::send(records, zelkor::fc("HCId"), kRecordType));
+  int32_t recordsAfter = zelkor::i32(zelkor::send(records, storefile::kHCId, kRecordType));
   std::printf("%s: freed %d of %d elements (%lld of %lld bytes) and %d of %d records; saved\n",
               f.path().c_str(), count - f.space()->LmLiveCount(), count,
               (long long)(bytes - f.space()->LmLiveBytes()), (long long)bytes,

@@ -1,6 +1,7 @@
 // zove stat FILE: what a store file holds, in numbers.
 #include <cstdio>
 
+#include "platform/storefile/recfile.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/dl.h"
 #include "tools/zove/commands.h"
@@ -103,11 +104,11 @@ int cmdStat(int argc, char** argv) {
     std::printf("records   none (no record file)\n");
     return 0;
   }
-  int32_t count = zelkor::i32(zelkor::send(file, fc("HCId"), kRecordType));
+  int32_t count = zelkor::i32(zelkor::send(file, storefile::kHCId, kRecordType));
   int64_t bytes = 0;
   for (int32_t i = 1; i <= count; ++i) {
-    Word id = zelkor::send(file, fc("HEId"), kRecordType, i);
-    int32_t size = zelkor::i32(zelkor::send(file, fc("HSiz"), kRecordType, id));
+    Word id = zelkor::send(file, storefile::kHEId, kRecordType, i);
+    int32_t size = zelkor::i32(zelkor::send(file, storefile::kHSiz, kRecordType, id));
     if (size > 0) bytes += size;
   }
   std::printf("records   %d, %lld bytes\n", count, (long long)bytes);

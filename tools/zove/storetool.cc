@@ -8,6 +8,7 @@
 #include <deque>
 
 #include "platform/storefile/vhd.h"
+#include "platform/zelkor/codes.h"
 #include "platform/zelkor/zelkor.h"
 #include "store/dl.h"
 
@@ -16,7 +17,7 @@ namespace zove::cli {
 using zelkor::fc;
 
 StoreFile::~StoreFile() {
-  if (store_ && zelkor::isLiveObject(store_)) zelkor::send(store_, fc("Dspo"));
+  if (store_ && zelkor::isLiveObject(store_)) zelkor::send(store_, kDspo);
 }
 
 void StoreFile::fail(const std::string& what) const {
@@ -29,14 +30,15 @@ bool StoreFile::open(bool writable) {
     fail("the module has no store class '@zov'");
     return false;
   }
-  store_ = zelkor::send(cls, fc("New "));
-  zelkor::send(store_, fc("Setu"));
+  store_ = zelkor::send(cls, zelkor::kNew_);
+  zelkor::send(store_, kSetu);
   int32_t rc = storefile::vhdOpenFile(
-      store_, path_, writable ? storefile::VhdOpenMode::kReadWrite : storefile::VhdOpenMode::kReadOnly);
-  if (rc == 0) rc = zelkor::i32(zelkor::send(store_, fc("HGtH"), &space_));
+      store_, path_,
+      writable ? storefile::VhdOpenMode::kReadWrite : storefile::VhdOpenMode::kReadOnly);
+  if (rc == 0) rc = zelkor::i32(zelkor::send(store_, storefile::kHGtH, &space_));
   if (rc == 0 && !space_) rc = storefile::kVhdNoValue;
   if (rc != 0) {
-    fail(std::string(storefile::vhdCodeText(rc)) + " (" + std::to_string(rc) + ")");
+    fail(zelkor::codeText(rc));
     printLog(stderr, takeLog());
     return false;
   }
@@ -55,7 +57,7 @@ bool StoreFile::storedVersion(int32_t* version) const {
 
 bool StoreFile::install(int32_t version) {
   if (version == kStoredVersion && !storedVersion(&version)) version = 0;
-  int32_t rc = zelkor::i32(zelkor::send(store_, fc("TSIn"), kToolChannel, version));
+  int32_t rc = zelkor::i32(zelkor::send(store_, kTSIn, kToolChannel, version));
   if (rc != 0) {
     fail("install refused (" + std::to_string(rc) + "); the log said:");
     printLog(stderr, takeLog());
@@ -64,7 +66,7 @@ bool StoreFile::install(int32_t version) {
   return true;
 }
 
-Word StoreFile::recordFile() const { return zelkor::send(store_, fc("HGtF")); }
+Word StoreFile::recordFile() const { return zelkor::send(store_, storefile::kHGtF); }
 
 void printLog(FILE* out, const std::vector<zelkor::LogEntry>& lines) {
   for (const zelkor::LogEntry& e : lines) std::fprintf(out, "  %d %s\n", e.level, e.text.c_str());

@@ -72,7 +72,7 @@ ClassRec* listenerClass() {
   if (!gListenerClass) {
     gListenerClass = zelkor::makeSubclass(zelkor::rootClass(), kListenerSig, sizeof(ListenerData));
     zelkor::DefnFallback(gListenerClass, lsnAnswer);
-    zelkor::Defn(gListenerClass, fc("Dspo"), lsnDispose);
+    zelkor::Defn(gListenerClass, zelkor::kDspo, lsnDispose);
   }
   return gListenerClass;
 }
@@ -99,7 +99,7 @@ int luaUnlisten(lua_State* L) {
   Word w = objectArg(L, 1);
   if (!zelkor::isLiveObject(w) || zelkor::asObject(w)->h.cls != gListenerClass)
     return luaL_error(L, "zove.unlisten: not a live listener");
-  zelkor::send(w, fc("Dspo"));
+  zelkor::send(w, zelkor::kDspo);
   untrackObject(w);
   return 0;
 }

@@ -38,9 +38,9 @@ int objSend(lua_State* L) {
   Word answer = zelkor::dispatch(zelkor::asObject(self), m);
   setActiveState(outer);
 
-  if (classObject && (sel == fc("New ") || sel == fc("NwMF")) && zelkor::isLiveObject(answer))
+  if (classObject && (sel == zelkor::kNew_ || sel == zelkor::kNwMF) && zelkor::isLiveObject(answer))
     trackObject(answer);
-  if (sel == fc("Dspo")) untrackObject(self);
+  if (sel == zelkor::kDspo) untrackObject(self);
   raisePending(L);
   pushWord(L, answer);
   return 1;
@@ -76,7 +76,7 @@ int luaNew(lua_State* L) {
   if (!cls) return luaL_error(L, "zove.new: no class '%s'", codeText(sig).s);
   lua_State* outer = activeState();
   setActiveState(L);
-  Word obj = zelkor::send(cls, fc("New "));
+  Word obj = zelkor::send(cls, zelkor::kNew_);
   setActiveState(outer);
   raisePending(L);
   if (!obj) return luaL_error(L, "zove.new: class '%s' made nothing", codeText(sig).s);
@@ -130,7 +130,7 @@ void disposeTracked() {
   std::vector<Word> objects;
   objects.swap(tracked());
   for (auto it = objects.rbegin(); it != objects.rend(); ++it)
-    if (zelkor::isLiveObject(*it)) zelkor::send(*it, fc("Dspo"));
+    if (zelkor::isLiveObject(*it)) zelkor::send(*it, zelkor::kDspo);
 }
 
 void openObjects(lua_State* L) {

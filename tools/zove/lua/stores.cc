@@ -7,9 +7,10 @@
 #include <string>
 
 #include "platform/storefile/vhd.h"
+#include "platform/zelkor/codes.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/zove.h"
 #include "tools/zove/lua/api.h"
+#include "zove/store.h"
 
 namespace zove::shell {
 
@@ -21,10 +22,10 @@ using zelkor::fc;
 Word newStore() {
   Word cls = zelkor::ZelkorLookup(kZoveSig);
   if (!cls) return 0;
-  Word store = zelkor::send(cls, fc("New "));
+  Word store = zelkor::send(cls, zelkor::kNew_);
   if (!store) return 0;
   trackObject(store);
-  zelkor::send(store, fc("Setu"));
+  zelkor::send(store, kSetu);
   return store;
 }
 
@@ -32,9 +33,9 @@ int luaMemstore(lua_State* L) {
   lua_Integer version = luaL_checkinteger(L, 1);
   Word store = newStore();
   if (!store) return luaL_error(L, "zove.memstore: the module has no store class '@zov'");
-  Word rc = zelkor::send(store, fc("HNew"), 0, int32_t(version));
+  Word rc = zelkor::send(store, kHNew, 0, int32_t(version));
   if (rc != 0) {
-    zelkor::send(store, fc("Dspo"));
+    zelkor::send(store, kDspo);
     untrackObject(store);
     return luaL_error(L, "zove.memstore: HNew answered %d", int(zelkor::i32(rc)));
   }
@@ -44,11 +45,11 @@ int luaMemstore(lua_State* L) {
 
 // Pushes nil, the code and its text, and disposes of the store that could not be bound.
 int refuse(lua_State* L, Word store, int32_t code) {
-  zelkor::send(store, fc("Dspo"));
+  zelkor::send(store, kDspo);
   untrackObject(store);
   lua_pushnil(L);
   lua_pushinteger(L, code);
-  lua_pushstring(L, storefile::vhdCodeText(code));
+  lua_pushstring(L, zelkor::codeText(code).c_str());
   return 3;
 }
 
@@ -57,7 +58,7 @@ int luaCreate(lua_State* L) {
   lua_Integer version = luaL_checkinteger(L, 2);
   Word store = newStore();
   if (!store) return luaL_error(L, "zove.create: the module has no store class '@zov'");
-  int32_t rc = zelkor::i32(zelkor::send(store, fc("HNew"), 0, int32_t(version)));
+  int32_t rc = zelkor::i32(zelkor::send(store, kHNew, 0, int32_t(version)));
   if (rc == 0) rc = storefile::vhdCreateFile(store, path);
   if (rc != 0) return refuse(L, store, rc);
   pushObject(L, store);
@@ -72,7 +73,8 @@ int luaOpen(lua_State* L) {
   Word store = newStore();
   if (!store) return luaL_error(L, "zove.open: the module has no store class '@zov'");
   int32_t rc = storefile::vhdOpenFile(
-      store, path, mode[1] ? storefile::VhdOpenMode::kReadWrite : storefile::VhdOpenMode::kReadOnly);
+      store, path,
+      mode[1] ? storefile::VhdOpenMode::kReadWrite : storefile::VhdOpenMode::kReadOnly);
   if (rc != 0) return refuse(L, store, rc);
   pushObject(L, store);
   return 1;

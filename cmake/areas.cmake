@@ -46,12 +46,18 @@ function(zove_link_areas target)
   endforeach()
 endfunction()
 
-# zove_test(NAME SOURCES ... [AREAS area ...] [LIBS lib ...]): one GoogleTest program, registered
-# with CTest test by test. AREAS are linked as objects (with what they build on).
+# zove_test(NAME SOURCES ... [AREAS area ...] [LIBS lib ...] [CHECK_SENDS]): one GoogleTest
+# program, registered with CTest test by test. AREAS are linked as objects (with what they build
+# on). With CHECK_SENDS a test fails when a send reached no handler (tests/support/sends.h).
 function(zove_test name)
-  cmake_parse_arguments(T "" "" "SOURCES;AREAS;LIBS" ${ARGN})
+  cmake_parse_arguments(T "CHECK_SENDS" "" "SOURCES;AREAS;LIBS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   zove_link_areas(${name} ${T_AREAS})
-  target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
+  if(T_CHECK_SENDS)
+    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/main.cc)
+    target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest Threads::Threads)
+  else()
+    target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
 endfunction()

@@ -91,8 +91,16 @@ Word broadcast(Word channel, const Msg& m) {
   Channel* ch = it->second.get();
   ch->broadcasting++;
   const size_t reach = ch->members.size();
+  const uint32_t index = findSelector(m.sel);
   for (size_t i = 0; i < reach; ++i) {
-    if (Object* o = ch->members[i]) dispatch(o, m);
+    Object* o = ch->members[i];
+    if (!o) continue;
+    const ClassRec* c = o->h.cls;
+    if (Handler h = handlerOf(c, index)) {
+      h(o, m);
+    } else if (c->fallback != notUnderstood) {
+      c->fallback(o, m);
+    }
   }
   ch->broadcasting--;
   compact(*ch);

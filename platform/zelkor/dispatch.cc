@@ -76,12 +76,24 @@ void DefnFallback(ClassRec* cls, Handler handler) {
   inheritFallback(cls, old, cls->fallback);
 }
 
-Word notUnderstood(Object*, const Msg&) {
+namespace {
+std::atomic<FourCC> gLastUnansweredClass{0};
+std::atomic<FourCC> gLastUnansweredSel{0};
+}  // namespace
+
+Word notUnderstood(Object* self, const Msg& m) {
   detail::gUnanswered.fetch_add(1, std::memory_order_relaxed);
+  gLastUnansweredClass.store(self ? self->h.cls->sig : 0, std::memory_order_relaxed);
+  gLastUnansweredSel.store(m.sel, std::memory_order_relaxed);
   return 0;
 }
 
 uint64_t unansweredCount() { return detail::gUnanswered.load(std::memory_order_relaxed); }
+
+Unanswered lastUnanswered() {
+  return {gLastUnansweredClass.load(std::memory_order_relaxed),
+          gLastUnansweredSel.load(std::memory_order_relaxed)};
+}
 
 Word passMsg(const ClassRec* cls, Object* self, const Msg& m) {
   const ClassRec* super = cls ? cls->super : nullptr;

@@ -9,8 +9,11 @@
 // framework boots or from the framework thread; sends do not lock.
 //
 // A message that no class of the receiver's chain answers runs the class's fallback handler; the
-// framework's fallback answers 0 (and counts the miss, see unansweredCount). A send to a null
-// object also answers 0, so "send to the controller, if any" needs no test at the call site.
+// framework's fallback answers 0 and counts the miss (unansweredCount), so that tests can fail on
+// a send that reached nobody: a misspelt selector answers 0, which reads as success. Broadcasts
+// skip members that would only reach that fallback (most listeners ignore most notices), so
+// they count no misses. A send to a null object also answers 0, so "send to the controller, if
+// any" needs no test at the call site.
 #pragma once
 
 #include <emmintrin.h>
@@ -84,6 +87,12 @@ void DefnFallback(ClassRec* cls, Handler handler);
 // The framework's own fallback: answers 0.
 Word notUnderstood(Object* self, const Msg& m);
 uint64_t unansweredCount();
+// The receiver's class and the selector of the last send that reached the framework's fallback.
+struct Unanswered {
+  FourCC cls;
+  FourCC sel;
+};
+Unanswered lastUnanswered();
 
 // Runs the handler of `cls`'s superclass for the message (0 when none answers).
 Word passMsg(const ClassRec* cls, Object* self, const Msg& m);

@@ -80,6 +80,11 @@ TEST_F(ChannelTest, BroadcastReachesMembersInJoinOrderOnce) {
   send(a, kpoAd, objWord(b));
   TransBlock(objWord(b), fc("note"), 6);
   EXPECT_EQ(joined(), "2:5 1:5 1:6 ");
+  // A notice its members do not answer reaches nobody and counts no unanswered send.
+  uint64_t misses = unansweredCount();
+  TransBlock(kChan, fc("zzzz"), 7);
+  EXPECT_EQ(unansweredCount(), misses);
+  EXPECT_EQ(joined(), "2:5 1:5 1:6 ");
   send(a, kDspo);
   send(b, kDspo);
   EXPECT_TRUE(channelMembers(kChan).empty());

@@ -56,6 +56,8 @@ TEST(Dispatch, SubclassHandlersOverrideAndPassReachesEachSuperclass) {
   uint64_t misses = unansweredCount();
   EXPECT_EQ(send(c, fc("zzzz"), 1), 0);
   EXPECT_EQ(unansweredCount(), misses + 1);
+  EXPECT_EQ(lastUnanswered().sel, fc("zzzz"));
+  EXPECT_EQ(lastUnanswered().cls, gC->sig);
   EXPECT_EQ(send(static_cast<Object*>(nullptr), fc("name")), 0);
   EXPECT_NE(send(c, kLkUp, fc("cnt ")), 0);
   EXPECT_EQ(send(a, kLkUp, fc("cnt ")), 0);

@@ -53,7 +53,7 @@ void boot() {
 
 Object* newStore(fundra::ElementSpace* space) {
   boot();
-  Object* s = zelkor::asObject(send(zelkor::ZelkorLookup(kZoveSig), kNew_));
+  Object* s = zelkor::asObject(send(zelkor::ZelkorLookup(kZoveSig), zelkor::kNew_));
   send(s, kSetu);
   if (!s) std::abort();
   send(s, kHNew, space, 1);
@@ -179,7 +179,7 @@ void BM_Collect(benchmark::State& state) {
   Object* s = newStore(GraphSpace(g));
   for (auto _ : state) benchmark::DoNotOptimize(send(s, kTSGC));
   fundra::ElementSpace* sp = nullptr;
-  send(s, kHGtH, &sp);
+  send(s, storefile::kHGtH, &sp);
   if (sp->LmLiveCount() != g.n + 1) state.SkipWithError("the collection lost DLs");
   state.counters["ns/DL"] = benchmark::Counter(
       double(g.n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);

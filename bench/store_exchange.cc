@@ -15,7 +15,6 @@
 #include "platform/fundra/persist.h"
 #include "platform/fundra/space.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/zove_class.h"
 #include "zove/store.h"
 
 // The module's identity symbol: referring to it keeps the module linked (its classes register
@@ -38,27 +37,34 @@ struct Fixture {
   int32_t top;
   fundra::TMemory stream;
 
+  // The store's element space, as its value-handle base hands it out.
+  fundra::ElementSpace* space() const {
+    fundra::ElementSpace* sp = nullptr;
+    send(store, storefile::kHGtH, &sp);
+    return sp;
+  }
+
   Fixture() {
     benchmark::DoNotOptimize(zoveModuleName());
     zelkor::ZelkorBoot();
-    store = zelkor::asObject(send(zelkor::ZelkorLookup(zove::kZoveSig), kNew_));
-    send(store, kSetu);
-    send(store, kHNew, 0, 1);
-    top = i32(send(store, kTSDN, fc("top "), 0, 0));
+    store = zelkor::asObject(send(zelkor::ZelkorLookup(zove::kZoveSig), zelkor::kNew_));
+    send(store, zelkor::kSetu);
+    send(store, storefile::kHNew, 0, 1);
+    top = i32(send(store, zove::kTSDN, fc("top "), 0, 0));
     for (int o = 0; o < kObjects; ++o) {
-      int32_t obj = i32(send(store, kTSDN, fc("obj "), 8, 0));
-      send(store, kTSLA, top, fc("Objs"), obj);
-      send(store, kTSBW, obj, fc("Name"), "an object name!", 16);
-      send(store, kTSVS, obj, fc("Valu"), o);
+      int32_t obj = i32(send(store, zove::kTSDN, fc("obj "), 8, 0));
+      send(store, zove::kTSLA, top, fc("Objs"), obj);
+      send(store, zove::kTSBW, obj, fc("Name"), "an object name!", 16);
+      send(store, zove::kTSVS, obj, fc("Valu"), o);
       for (int p = 0; p < kParts; ++p) {
-        int32_t part = i32(send(store, kTSDN, fc("part"), 4, 0));
-        send(store, kTSLA, obj, fc("Subs"), part);
-        send(store, kTSVS, part, fc("Valu"), p);
-        send(store, kTSBW, part, fc("Blob"), "8 bytes", 8);
-        send(store, kTSHS, part, fc("Back"), obj);
+        int32_t part = i32(send(store, zove::kTSDN, fc("part"), 4, 0));
+        send(store, zove::kTSLA, obj, fc("Subs"), part);
+        send(store, zove::kTSVS, part, fc("Valu"), p);
+        send(store, zove::kTSBW, part, fc("Blob"), "8 bytes", 8);
+        send(store, zove::kTSHS, part, fc("Back"), obj);
       }
     }
-    if (send(store, kTSEx, top, &stream) != 0 || stream.GetSize() == 0) {
+    if (send(store, zove::kTSEx, top, &stream) != 0 || stream.GetSize() == 0) {
       std::fprintf(stderr, "bench_exchange: the structure could not be built\n");
       std::exit(1);
     }
@@ -90,7 +96,7 @@ void BM_MemcpyStream(benchmark::State& state) {
 void BM_Export(benchmark::State& state) {
   Fixture& f = fixture();
   fundra::TMemory out;
-  for (auto _ : state) benchmark::DoNotOptimize(send(f.store, kTSEx, f.top, &out));
+  for (auto _ : state) benchmark::DoNotOptimize(send(f.store, zove::kTSEx, f.top, &out));
   state.SetBytesProcessed(int64_t(state.iterations()) * f.stream.GetSize());
   perDL(state);
 }
@@ -100,7 +106,7 @@ void BM_Export(benchmark::State& state) {
 // looking a DL up. Runs before the import benchmarks add elements.
 void BM_ExportFloor(benchmark::State& state) {
   Fixture& f = fixture();
-  const fundra::ElementSpace* space = zove::zoveData(f.store)->space;
+  const fundra::ElementSpace* space = f.space();
   std::vector<uint8_t> out(size_t(space->LmLiveBytes() + 4 * int64_t(space->LmLiveCount())));
   for (auto _ : state) {
     uint8_t* to = out.data();
@@ -119,27 +125,27 @@ void BM_ExportFloor(benchmark::State& state) {
 
 void BM_Import(benchmark::State& state) {
   Fixture& f = fixture();
-  int32_t target = i32(send(f.store, kTSDN, fc("tgt "), 0, 0));
+  int32_t target = i32(send(f.store, zove::kTSDN, fc("tgt "), 0, 0));
   int n = 0;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(send(f.store, kTSIm, target, &f.stream));
+    benchmark::DoNotOptimize(send(f.store, zove::kTSIm, target, &f.stream));
     if (++n % 8 == 0) {  // the replaced structures are garbage: collect now and then
       state.PauseTiming();
-      send(f.store, kTSGC);
+      send(f.store, zove::kTSGC);
       state.ResumeTiming();
     }
   }
   state.SetBytesProcessed(int64_t(state.iterations()) * f.stream.GetSize());
   perDL(state);
-  send(f.store, kTSDU, target);
-  send(f.store, kTSGC);
+  send(f.store, zove::kTSDU, target);
+  send(f.store, zove::kTSGC);
 }
 
 // The floor under TSIm in the space: make the stream's elements in one call and copy each record's
 // bytes in, without reading a DL's items or turning an index into a number; collected as often.
 void BM_ImportFloor(benchmark::State& state) {
   Fixture& f = fixture();
-  fundra::ElementSpace* space = zove::zoveData(f.store)->space;
+  fundra::ElementSpace* space = f.space();
   std::vector<int32_t> sizes, numbers;
   std::vector<const uint8_t*> from;
   std::vector<uint8_t*> to;
@@ -160,22 +166,22 @@ void BM_ImportFloor(benchmark::State& state) {
     benchmark::ClobberMemory();
     if (++n % 8 == 0) {  // nothing refers to them: each collection frees them all
       state.PauseTiming();
-      send(f.store, kTSGC);
+      send(f.store, zove::kTSGC);
       state.ResumeTiming();
     }
   }
   state.SetBytesProcessed(int64_t(state.iterations()) * f.stream.GetSize());
   perDL(state);
-  send(f.store, kTSGC);
+  send(f.store, zove::kTSGC);
 }
 
 void BM_Duplicate(benchmark::State& state) {
   Fixture& f = fixture();
   for (auto _ : state) {
-    int32_t copy = i32(send(f.store, kTSDD, f.top));
+    int32_t copy = i32(send(f.store, zove::kTSDD, f.top));
     state.PauseTiming();
-    send(f.store, kTSDU, copy);
-    send(f.store, kTSGC);
+    send(f.store, zove::kTSDU, copy);
+    send(f.store, zove::kTSGC);
     state.ResumeTiming();
   }
   perDL(state);
@@ -183,12 +189,12 @@ void BM_Duplicate(benchmark::State& state) {
 
 void BM_Compare(benchmark::State& state) {
   Fixture& f = fixture();
-  int32_t copy = i32(send(f.store, kTSDD, f.top));
-  for (auto _ : state) benchmark::DoNotOptimize(send(f.store, kTSDC, f.top, copy));
-  if (send(f.store, kTSDC, f.top, copy) != 0) state.SkipWithError("copies differ");
+  int32_t copy = i32(send(f.store, zove::kTSDD, f.top));
+  for (auto _ : state) benchmark::DoNotOptimize(send(f.store, zove::kTSDC, f.top, copy));
+  if (send(f.store, zove::kTSDC, f.top, copy) != 0) state.SkipWithError("copies differ");
   perDL(state);
-  send(f.store, kTSDU, copy);
-  send(f.store, kTSGC);
+  send(f.store, zove::kTSDU, copy);
+  send(f.store, zove::kTSGC);
 }
 
 BENCHMARK(BM_MemcpyStream)->Unit(benchmark::kMicrosecond);

@@ -30,7 +30,7 @@
 
 #include "platform/fundra/space.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/dl.h"
+#include "zove/dl.h"
 #include "zove/store.h"
 
 using namespace zove;

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Fails when a file includes a header of a layer above its own. The layers, bottom-up; a folder
 # may include its own headers and those of any layer below it, never one above or beside it.
+# The host (app, tools) reaches the module through its face only: include/, never the module's
+# own folders; tests, benchmarks and fuzzers may look inside.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -38,6 +40,8 @@ layer_of() {
   for l in "${layers[@]}"; do [[ $p == "$l"/* ]] && { echo "$l"; return; }; done
 }
 
+internal='^(store|db|providers|specs|schedule|module)/'
+
 bad=0
 while IFS=: read -r file _ inc; do
   inc=${inc#*\"}
@@ -52,6 +56,9 @@ while IFS=: read -r file _ inc; do
   elif ((to > from)) || { ((to == from)) && [[ $(layer_of "$file") != $(layer_of "$inc") ]] &&
     ((from < 11)); }; then
     echo "layers: $file includes $inc, which is above or beside its layer"
+    bad=1
+  elif [[ $file =~ ^(app|tools)/ && $inc =~ $internal ]]; then
+    echo "layers: $file includes $inc, inside the module; the host sees its face (include/) only"
     bad=1
   fi
 done < <(git ls-files --cached --others --exclude-standard '*.h' '*.cc' | xargs grep -n '^#include "' /dev/null)

@@ -103,7 +103,7 @@ int32_t markDL(const MarkWalk& w, int32_t dl, int32_t depth) {
   for (int32_t i = 0; i < count; ++i) {
     const Item it = items[i];
     if (it.ref <= 0) {
-      uint32_t type = uint32_t(it.ref) & ~0xFFu;
+      uint32_t type = typeOf(it.ref);
       if (type == kVHandle) {
         if (w.liveRecords) w.liveRecords->Remove(zelkor::toWord(it.kind));
       } else if (type != kImmediate) {
@@ -115,7 +115,7 @@ int32_t markDL(const MarkWalk& w, int32_t dl, int32_t depth) {
     for (ahead = std::max(ahead, i + 1); ahead < count && items[ahead].ref <= 0; ++ahead) {
     }
     if (ahead < count) s->LmPrefetch(items[ahead++].ref, true);
-    uint32_t type = it.kind & ~0xFFu;
+    uint32_t type = typeOf(it.kind);
     int32_t r = 0;
     if (type == kHandle || type == kPartLink) {
       r = follow(w, it.ref, depth + 1);
@@ -168,7 +168,7 @@ bool pruneDL(fundra::ElementSpace* s, int32_t dl, Reach&& reach) {
   for (int32_t i = v.head->count - 1; i >= 0; --i) {
     const Item it = v.items[i];
     if (it.ref <= 0) continue;
-    uint32_t type = it.kind & ~0xFFu;
+    uint32_t type = typeOf(it.kind);
     if (isListType(type)) {
       int32_t size = s->LmSize(it.ref);
       if (size < 0) continue;

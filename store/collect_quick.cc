@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "store/dl.h"
+#include "zove/dl.h"
 
 namespace zove {
 
@@ -89,7 +89,7 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
   for (int32_t i = 0, count = v.head->count; i < count; ++i) {
     const Item it = v.items[i];
     if (it.ref <= 0) {
-      uint32_t type = uint32_t(it.ref) & ~0xFFu;
+      uint32_t type = typeOf(it.ref);
       if (type == kVHandle) {
         if (d->liveRecords) d->liveRecords->Remove(zelkor::toWord(it.kind));
       } else if (type != kImmediate) {
@@ -97,7 +97,7 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
       }
       continue;
     }
-    uint32_t type = it.kind & ~0xFFu;
+    uint32_t type = typeOf(it.kind);
     if (type == kHandle || type == kPartLink) {
       edges_.push_back(it.ref);
       if (!queueDL(s, it.ref, dl)) return false;

@@ -49,8 +49,6 @@ int32_t zoveRelease(Object* self, int32_t dl) {
 
 namespace {
 
-int32_t dlArg(const Msg& m) { return i32(m.w[0]); }
-
 // Opens the DL named by the first word, or answers `fallback` from the handler.
 #define OPEN_OR(fallback) \
   DLView v;               \

@@ -10,14 +10,18 @@
 
 #include <cstdint>
 
-#include "store/dl.h"
 #include "store/zove_class.h"
+#include "zove/dl.h"
 
 namespace zove {
 
 // The store's `zove` assertion, reported with the caller's line. (__builtin_LINE rather than
 // std::source_location: the clang that builds the fuzzers has no working source_location.)
 void zoveAssert(int line = __builtin_LINE());
+
+// The words most selectors start with: the DL, then the item's key.
+inline int32_t dlArg(const Msg& m) { return zelkor::i32(m.w[0]); }
+inline uint32_t keyArg(const Msg& m) { return zelkor::u32(m.w[1]); }
 
 // Opens DL n. A number that names no element, or an element that cannot be a DL, fires the
 // assertion (with the caller's line) and answers the element space's code or kWrongKind.

@@ -172,7 +172,7 @@ int32_t Exporter::run(int32_t top) {
     const int32_t at = f->out;
     const int32_t ref = int32_t(streamWord(item));
     if (ref <= 0) {
-      if ((uint32_t(ref) & ~0xFFu) != kImmediate) {
+      if (typeOf(ref) != kImmediate) {
         fundra::Debug("zove", __LINE__);
         r = kBadValueType;
         break;
@@ -181,7 +181,7 @@ int32_t Exporter::run(int32_t top) {
       f->out = at + kItemBytes;
       continue;
     }
-    uint32_t type = streamWord(item + 4) & ~0xFFu;
+    uint32_t type = typeOf(streamWord(item + 4));
     // A blob's or list's record follows the DL's, straight from its element.
     const uint8_t* bytes;
     int32_t size;

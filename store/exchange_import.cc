@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "platform/fundra/persist.h"
-#include "store/dl.h"
 #include "store/exchange.h"
 #include "store/exchange_bytes.h"
+#include "zove/dl.h"
 
 namespace zove {
 
@@ -186,10 +186,10 @@ bool Parser::walk() {
     uint32_t key = streamWord(item + 8);
     if (!isPrintableCode(key) || f.key >= int32_t(key)) return false;
     f.key = int32_t(key);
-    uint32_t type = streamWord(item + 4) & ~0xFFu;
+    uint32_t type = typeOf(streamWord(item + 4));
     int32_t size = 0;
     if (ref <= 0) {
-      ok = (uint32_t(ref) & ~0xFFu) == kImmediate;
+      ok = typeOf(ref) == kImmediate;
       ++f.item;
     } else if (type == kBlob) {
       ok = uint32_t(ref) == known && take(RecKind::kBlob, &size);
@@ -262,7 +262,7 @@ int32_t build(fundra::ElementSpace* space, int32_t target, const uint8_t* bytes,
       head->flags = uint16_t((head->flags & ~kKeptFlag) | (i == 0 ? targetKept : 0));
       auto* items = reinterpret_cast<Item*>(at[i] + kHeadBytes + head->dataSize);
       for (int32_t k = 0; k < head->count; ++k)
-        if (items[k].ref > 0 && !isListType(items[k].kind & ~0xFFu))
+        if (items[k].ref > 0 && !isListType(typeOf(items[k].kind)))
           items[k].ref = dlNumber[size_t(items[k].ref)];
     } else if (kinds[i] == RecKind::kList) {
       uint8_t* parent = at[size_t(list->parent)];

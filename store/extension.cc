@@ -23,7 +23,7 @@ constexpr uint32_t kExtensionType = fc("TEx1");
 int32_t partTarget(Object* self, int32_t dl, uint32_t key) {
   Item it;
   if (zoveFindItem(self, dl, key, &it) < 0 || it.ref <= 0) return 0;
-  uint32_t type = it.kind & ~0xFFu;
+  uint32_t type = typeOf(it.kind);
   if (type == kHandle) {
     zoveStoreItem(self, dl, key, it.ref, kPartLink);
     return it.ref;

@@ -19,31 +19,14 @@ std::string format(const char* fmt, auto... args) {
 
 std::string code(uint32_t c) { return zelkor::fcString(c); }
 
-// DLs reachable from DL 1 and the keep list, in walk order, without touching the marks.
+// DLs reachable from DL 1 and the keep list, as the collector reaches them.
 std::vector<int32_t> reachable(ZoveData* d) {
-  fundra::ElementSpace* s = d->space;
-  std::vector<char> seen(size_t(s->LmCount()) + 1, 0);
-  std::vector<int32_t> order, todo{kRootDL};
-  for (int32_t i = 0; i < d->keep.Count(); ++i) todo.push_back(d->keep.Get(i));
-  while (!todo.empty()) {
-    int32_t dl = todo.back();
-    todo.pop_back();
-    if (dl <= 0 || dl > s->LmCount() || seen[size_t(dl)] || s->LmTest(dl) != 0) continue;
-    seen[size_t(dl)] = 1;
-    order.push_back(dl);
-    DLView v;
-    if (dlOpen(s, dl, &v) != 0) continue;
-    for (int32_t i = 0; i < v.count(); ++i) {
-      const Item& it = v.items[i];
-      uint32_t type = itemType(it);
-      if (it.ref <= 0) continue;
-      if (type == kHandle || type == kPartLink) todo.push_back(it.ref);
-      ListView l;
-      if (type == kList && listOpen(s, it.ref, &l) == 0)
-        for (int32_t j = 0; j < l.count; ++j) todo.push_back(l.at[j]);
-    }
-  }
-  return order;
+  std::vector<int32_t> starts{kRootDL};
+  for (int32_t i = 0; i < d->keep.Count(); ++i) starts.push_back(d->keep.Get(i));
+  std::vector<int32_t> live;
+  for (int32_t dl : reachableDLs(d->space, starts, Edges::kOwning))
+    if (d->space->LmTest(dl) == 0) live.push_back(dl);
+  return live;
 }
 
 }  // namespace

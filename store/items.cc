@@ -32,7 +32,7 @@ Word zoveStoreItem(Object* self, int32_t dl, uint32_t key, int32_t ref, uint32_t
     return kWrongKind;
   }
   if (ref > 0) {
-    uint32_t type = kind & ~0xFFu;
+    uint32_t type = typeOf(kind);
     if (type == kHandle || type == kPartLink || type == kWeakHandle) {
       // A reference to something that is not a DL would fault the next collection: refuse it.
       int32_t r = zoveRelease(self, ref);
@@ -112,7 +112,7 @@ Word zoveLookUp(Object* self, const Msg& m) {
     if (zoveOpenDL(self, dl, &v) != 0) return 0;
     if (dlFind(v, key) >= 0) return dl;
     int32_t p = dlFind(v, kPareKey);
-    dl = p >= 0 && v.items[p].ref > 0 && (v.items[p].kind & ~0xFFu) == kHandle ? v.items[p].ref : 0;
+    dl = p >= 0 && v.items[p].ref > 0 && typeOf(v.items[p].kind) == kHandle ? v.items[p].ref : 0;
   }
   return 0;
 }

@@ -15,9 +15,6 @@ using zelkor::u32;
 
 namespace {
 
-int32_t dlArg(const Msg& m) { return i32(m.w[0]); }
-uint32_t keyArg(const Msg& m) { return u32(m.w[1]); }
-
 // The list under the key: 0 and its words, kNoItem, kWrongKind, or the space's code. A caller
 // that rewrites the list in place opens it with BlobUse::kTouch.
 int32_t openList(Object* self, int32_t dl, uint32_t key, int32_t** at, int32_t* count,
@@ -87,7 +84,7 @@ int32_t zoveListInsert(Object* self, int32_t dl, uint32_t key, int32_t member, i
   }
   if (r < 0) return r;
   int32_t size = it.ref >= 1 ? d->space->LmSize(it.ref) : kWrongKind;
-  if ((it.kind & ~0xFFu) != kList || size < 0) {
+  if (typeOf(it.kind) != kList || size < 0) {
     zoveAssert();
     return size < 0 ? size : kWrongKind;
   }

@@ -24,7 +24,7 @@ int32_t findRecord(Object* self, const Msg& m, int32_t* chunk) {
   Item it;
   int32_t r = zoveFindItem(self, i32(m.w[0]), u32(m.w[1]), &it);
   if (r < 0) return r == kNoItem ? kNoItem : kWrongKind;
-  if ((uint32_t(it.ref) & ~0xFFu) != kVHandle || it.ref > 0) return kWrongKind;
+  if (typeOf(it.ref) != kVHandle || it.ref > 0) return kWrongKind;
   *chunk = int32_t(it.kind);
   return 0;
 }

@@ -81,7 +81,7 @@ int32_t Comparer::step() {
   --f.item;
   if (ia.key != ib.key || ia.kind != ib.kind) return a;
   if (ia.ref <= 0 || ib.ref <= 0) return ia.ref == ib.ref ? 0 : a;
-  uint32_t type = ia.kind & ~0xFFu;
+  uint32_t type = typeOf(ia.kind);
   if (type == kHandle || type == kPartLink) return enter(ia.ref, ib.ref, false);
   if (type == kBlob || isListType(type)) {
     int32_t sa = space_.LmSize(ia.ref), sb = space_.LmSize(ib.ref);

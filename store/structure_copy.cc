@@ -153,7 +153,7 @@ void fixUp(fundra::ElementSpace* space, const DLMap& map, int32_t dl) {
     for (int32_t i = v.head->count - 1; i >= 0; --i) {
       Item& it = v.items[i];
       if (it.ref <= 0) continue;
-      uint32_t type = it.kind & ~0xFFu;
+      uint32_t type = typeOf(it.kind);
       if (type == kHandle) {
         if (int32_t copy = map.get(it.ref); copy > 0) {
           it.ref = copy;

@@ -99,7 +99,7 @@ void Cutter::unlink(int32_t target, uint32_t key) {
     dlOpen(space_, dl, &v);
     Item it = v.items[i];
     if (it.ref <= 0) continue;
-    uint32_t type = it.kind & ~0xFFu;
+    uint32_t type = typeOf(it.kind);
     if (isListType(type)) {
       ListView l;
       if (listOpen(space_, it.ref, &l) != 0) continue;

@@ -71,7 +71,7 @@ int32_t within(fundra::ElementSpace* space, int32_t from, int32_t target) {
       --f.item;
       continue;
     }
-    uint32_t type = it.kind & ~0xFFu;
+    uint32_t type = typeOf(it.kind);
     if (type == kList) {
       f.list = it.ref;
       f.elem = 0;
@@ -160,7 +160,7 @@ int32_t Referrers::run() {
       --f.item;
       continue;
     }
-    uint32_t type = it.kind & ~0xFFu;
+    uint32_t type = typeOf(it.kind);
     if (it.ref == target_) {
       ++f.n;
     } else if (type == kList) {

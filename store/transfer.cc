@@ -27,7 +27,7 @@ int32_t moveRecord(Object* self, Word source, int32_t dl, uint32_t key, bool* re
     DebugLogf(kLogFault, "zoveVHandXfer: DL %~d key '%Y' missing", dl, key);
     return kFaulted;
   }
-  if (it.ref > 0 || (uint32_t(it.ref) & ~0xFFu) != kVHandle) return 0;
+  if (it.ref > 0 || typeOf(it.ref) != kVHandle) return 0;
   int32_t chunk = int32_t(it.kind);
   Word handle = 0;
   int32_t r = i32(send(source, kHRed, kRecordType, chunk, &handle, 0));

@@ -18,9 +18,6 @@ using zelkor::u32;
 
 namespace {
 
-int32_t dlArg(const Msg& m) { return i32(m.w[0]); }
-uint32_t keyArg(const Msg& m) { return u32(m.w[1]); }
-
 // TDtG, TInG, TDsG: the value is reset first and again on any failure.
 template <class T>
 Word readValue(Object* self, const Msg& m) {
@@ -82,7 +79,7 @@ Word zoveSetString(Object* self, const Msg& m) {
   int32_t r = zoveFindItem(self, dl, key, &it);
   if (r < 0 && r != kNoItem) return 0;
   int32_t e;
-  if (r >= 0 && it.ref >= 1 && (it.kind & ~0xFFu) == kBlob) {
+  if (r >= 0 && it.ref >= 1 && typeOf(it.kind) == kBlob) {
     zoveCheckIfRaised(self, dl);
     zoveGCCheck(self);
     e = it.ref;

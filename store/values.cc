@@ -19,7 +19,7 @@ int32_t zoveReadBlob(Object* self, int32_t dl, uint32_t key, uint32_t type, uint
   Item it;
   int32_t r = zoveFindItem(self, dl, key, &it);
   if (r < 0) return r;
-  if (it.ref < 1 || (it.kind & ~0xFFu) != type) return kWrongKind;
+  if (it.ref < 1 || typeOf(it.kind) != type) return kWrongKind;
   fundra::ElementSpace* s = zoveData(self)->space;
   *size = s->LmSize(it.ref);
   if (*size < 0) return *size;
@@ -33,7 +33,7 @@ int32_t zoveSizeBlob(Object* self, int32_t dl, uint32_t key, int32_t n) {
   Item it;
   int32_t r = zoveFindItem(self, dl, key, &it);
   if (r < 0 && r != kNoItem) return r;
-  if (r >= 0 && it.ref >= 1 && (it.kind & ~0xFFu) == kBlob) {
+  if (r >= 0 && it.ref >= 1 && typeOf(it.kind) == kBlob) {
     zoveCheckIfRaised(self, dl);
     int32_t s = d->space->LmSetAssert(it.ref, n);
     return s != 0 ? s : it.ref;
@@ -59,7 +59,7 @@ Word zoveWriteBlob(Object* self, int32_t dl, uint32_t key, const void* src, int3
   int32_t r = zoveFindItem(self, dl, key, &it);
   if (r < 0 && r != kNoItem) return r;
   int32_t e;
-  if (r >= 0 && it.ref >= 1 && (it.kind & ~0xFFu) == type) {
+  if (r >= 0 && it.ref >= 1 && typeOf(it.kind) == type) {
     zoveCheckIfRaised(self, dl);
     e = it.ref;
     int32_t s = d->space->LmSetAssert(e, n);
@@ -84,9 +84,6 @@ Word zoveWriteBlob(Object* self, int32_t dl, uint32_t key, const void* src, int3
 
 namespace {
 
-int32_t dlArg(const Msg& m) { return i32(m.w[0]); }
-uint32_t keyArg(const Msg& m) { return u32(m.w[1]); }
-
 // Finds the item and checks it for a reader: 0 and the item, kNoItem or kWrongKind.
 template <class Test>
 int32_t readItem(Object* self, const Msg& m, Item* it, Test ok) {
@@ -102,8 +99,7 @@ Word zoveGetValue(Object* self, const Msg& m) {
   auto* out = zelkor::asPtr<int32_t>(m.w[2]);
   if (out) *out = 0;
   Item it;
-  int32_t r = readItem(self, m, &it,
-                       [](const Item& i) { return (uint32_t(i.ref) & ~0xFFu) == kImmediate; });
+  int32_t r = readItem(self, m, &it, [](const Item& i) { return typeOf(i.ref) == kImmediate; });
   if (r == 0 && out) *out = int32_t(it.kind);
   return r;
 }
@@ -117,8 +113,8 @@ Word zoveGetHandle(Object* self, const Msg& m) {
   auto* out = zelkor::asPtr<int32_t>(m.w[2]);
   if (out) *out = 0;
   Item it;
-  int32_t r = readItem(self, m, &it,
-                       [](const Item& i) { return i.ref >= 1 && (i.kind & ~0xFFu) == kHandle; });
+  int32_t r =
+      readItem(self, m, &it, [](const Item& i) { return i.ref >= 1 && typeOf(i.kind) == kHandle; });
   if (r == 0 && out) *out = it.ref;
   return r;
 }
@@ -132,7 +128,7 @@ Word zoveGetPart(Object* self, const Msg& m) {
   if (out) *out = 0;
   Item it;
   int32_t r = readItem(self, m, &it,
-                       [](const Item& i) { return i.ref >= 1 && (i.kind & ~0xFFu) == kPartLink; });
+                       [](const Item& i) { return i.ref >= 1 && typeOf(i.kind) == kPartLink; });
   if (r == 0 && out) *out = it.ref;
   return r;
 }

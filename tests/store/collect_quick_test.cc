@@ -76,7 +76,7 @@ void build(Object* s, uint32_t seed, bool hurt) {
     if (dlOpen(sp, dl, &v) != 0 || v.head->count == 0) continue;
     Item& it = v.items[pick(v.head->count)];
     if (it.ref <= 0) continue;
-    uint32_t type = it.kind & ~0xFFu;
+    uint32_t type = typeOf(it.kind);
     if (type == kHandle) it.kind = kWeakHandle;
     if (type == kList) it.kind = kWeakList;
     if (!hurt) continue;

@@ -158,7 +158,7 @@ inline bool sameGraph(const fundra::ElementSpace* sp, int32_t a, int32_t b, std:
         if (ix.ref != iy.ref) return *why = "value in " + std::to_string(x), false;
         continue;
       }
-      uint32_t t = ix.kind & ~0xFFu;
+      uint32_t t = typeOf(ix.kind);
       int32_t sx = sp->LmSize(ix.ref), sy = sp->LmSize(iy.ref);
       if (t == kBlob || t == kList || t == kWeakList) {
         if (sx != sy || ix.ref == iy.ref)

@@ -15,8 +15,8 @@
 #include "platform/storefile/recfile.h"
 #include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/dl.h"
 #include "store/inspect.h"
+#include "zove/dl.h"
 #include "zove/store.h"
 
 namespace zt {

@@ -17,9 +17,9 @@
 
 #include "platform/fundra/tdate.h"
 #include "platform/fundra/tstring.h"
-#include "store/dl.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
+#include "zove/dl.h"
 
 namespace zove::cli {
 
@@ -98,7 +98,7 @@ std::string target(const fundra::ElementSpace* s, int32_t ref) {
 
 void dumpItemText(const fundra::ElementSpace* s, const Item& it) {
   uint32_t type = itemType(it);
-  std::printf("  %-7s %s", codeName(it.key).c_str(), kindName(type).c_str());
+  std::printf("  %-7s %s", fourccName(it.key).c_str(), kindName(type).c_str());
   if (type == kImmediate) {
     std::printf(" %d", int32_t(it.kind));
   } else if (type == kVHandle) {
@@ -145,7 +145,7 @@ void dumpText(const fundra::ElementSpace* s, int32_t dl) {
   }
   const DLHead& h = *v.head;
   std::printf("DL %d %s%s  owner %d  data %d bytes  %d item%s  (element of %d bytes)\n", dl,
-              codeName(h.uType).c_str(), flagNames(h.flags).c_str(), h.owner, h.dataSize, h.count,
+              fourccName(h.uType).c_str(), flagNames(h.flags).c_str(), h.owner, h.dataSize, h.count,
               h.count == 1 ? "" : "s", v.size);
   for (int32_t off = 0; off < h.dataSize; off += 16) {
     int32_t n = std::min(16, h.dataSize - off);
@@ -231,7 +231,7 @@ int cmdDump(int argc, char** argv) {
   if (!f.open(false)) return 1;
   const fundra::ElementSpace* s = f.space();
   progress.phase("finding what DL 1 reaches");
-  if (dls.empty()) dls = reachableDLs(s, {kRootDL}, -1);
+  if (dls.empty()) dls = reachableDLs(s, {kRootDL}, Edges::kAll);
   int32_t version = 0;
   bool hasVersion = f.storedVersion(&version);
 

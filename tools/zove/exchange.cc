@@ -12,6 +12,7 @@
 #include "platform/zelkor/zelkor.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
+#include "zove/dl.h"
 #include "zove/store.h"
 
 namespace zove::cli {
@@ -94,7 +95,7 @@ int cmdImport(int argc, char** argv) {
     f.fail("importing over DL 1 would replace the root");
     return 1;
   }
-  std::vector<int32_t> reachable = reachableDLs(f.space(), {1}, -1);
+  std::vector<int32_t> reachable = reachableDLs(f.space(), {kRootDL}, Edges::kAll);
   if (std::find(reachable.begin(), reachable.end(), dl) == reachable.end()) {
     f.fail("DL " + std::to_string(dl) +
            " is not reachable from DL 1: what is imported there would be collected at the save");

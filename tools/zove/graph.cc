@@ -11,9 +11,9 @@
 #include <cstring>
 #include <string>
 
-#include "store/dl.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
+#include "zove/dl.h"
 
 namespace zove::cli {
 
@@ -50,7 +50,7 @@ void drawDL(const fundra::ElementSpace* s, int32_t dl, bool followed) {
                 s->LmTest(dl) == 0 ? "not a DL" : "no such element");
     return;
   }
-  std::string label = "DL " + std::to_string(dl) + " " + dotText(codeName(v.head->uType));
+  std::string label = "DL " + std::to_string(dl) + " " + dotText(fourccName(v.head->uType));
   for (int32_t i = 0; i < v.count(); ++i) {
     std::string line = valueLine(s, v.item(i));
     if (!line.empty()) label += "\\l" + dotText(line);
@@ -115,7 +115,7 @@ int cmdGraph(int argc, char** argv) {
     return 1;
   }
   std::vector<int32_t> depths;
-  std::vector<int32_t> dls = reachableDLs(s, {start}, depth, &depths);
+  std::vector<int32_t> dls = reachableDLs(s, {start}, Edges::kAll, depth, &depths);
   std::printf(
       "digraph store {\n  node [shape=box, fontname=\"monospace\", fontsize=10];\n"
       "  edge [fontname=\"monospace\", fontsize=9];\n");

@@ -3,9 +3,9 @@
 
 #include "platform/storefile/recfile.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/dl.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
+#include "zove/dl.h"
 
 namespace zove::cli {
 
@@ -23,7 +23,7 @@ struct ElementCounts {
 ElementCounts countElements(const fundra::ElementSpace* s) {
   ElementCounts c;
   std::vector<uint8_t> role(size_t(s->LmCount()) + 1, 0);  // 1 DL, 2 blob, 3 list
-  for (int32_t dl : reachableDLs(s, {kRootDL}, -1)) {
+  for (int32_t dl : reachableDLs(s, {kRootDL}, Edges::kAll)) {
     DLView v;
     if (dlOpen(s, dl, &v) != 0) continue;
     role[size_t(dl)] = 1;
@@ -92,7 +92,7 @@ int cmdStat(int argc, char** argv) {
     for (int32_t i = 0; i < mods.count; ++i) {
       DLView m;
       if (dlOpen(s, mods.at[i], &m) == 0)
-        std::printf("  %s  DL %d, %d data bytes, %d items\n", codeName(m.head->uType).c_str(),
+        std::printf("  %s  DL %d, %d data bytes, %d items\n", fourccName(m.head->uType).c_str(),
                     mods.at[i], m.head->dataSize, m.count());
       else
         std::printf("  DL %d: not a readable DL\n", mods.at[i]);

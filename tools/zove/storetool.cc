@@ -10,7 +10,7 @@
 #include "platform/storefile/vhd.h"
 #include "platform/zelkor/codes.h"
 #include "platform/zelkor/zelkor.h"
-#include "store/dl.h"
+#include "zove/dl.h"
 
 namespace zove::cli {
 
@@ -81,7 +81,7 @@ bool parseInt(const char* text, int32_t* out) {
   return true;
 }
 
-std::string codeName(uint32_t code) {
+std::string fourccName(uint32_t code) {
   if (isPrintableCode(code)) return std::string("'").append(zelkor::fcString(code)).append("'");
   char buf[16];
   std::snprintf(buf, sizeof buf, "0x%08x", code);
@@ -93,43 +93,6 @@ std::string kindName(uint32_t type) {
   char buf[16];
   std::snprintf(buf, sizeof buf, "0x%08x", type);
   return buf;
-}
-
-std::vector<int32_t> reachableDLs(const fundra::ElementSpace* space,
-                                  const std::vector<int32_t>& starts, int32_t maxDepth,
-                                  std::vector<int32_t>* depthOut) {
-  std::vector<int32_t> order, depthOf;
-  std::vector<uint8_t> seen(size_t(space->LmCount()) + 2, 0);
-  std::deque<std::pair<int32_t, int32_t>> todo;
-  auto visit = [&](int32_t dl, int32_t depth) {
-    if (dl <= 0) return;
-    if (size_t(dl) >= seen.size()) seen.resize(size_t(dl) + 1, 0);
-    if (seen[size_t(dl)]) return;
-    seen[size_t(dl)] = 1;
-    order.push_back(dl);
-    depthOf.push_back(depth);
-    todo.emplace_back(dl, depth);
-  };
-  for (int32_t s : starts) visit(s, 0);
-  while (!todo.empty()) {
-    auto [dl, depth] = todo.front();
-    todo.pop_front();
-    DLView v;
-    if ((maxDepth >= 0 && depth >= maxDepth) || dlOpen(space, dl, &v) != 0) continue;
-    for (int32_t i = 0; i < v.count(); ++i) {
-      const Item& it = v.item(i);
-      uint32_t t = itemType(it);
-      if (t == kHandle || t == kPartLink || t == kWeakHandle) {
-        visit(it.ref, depth + 1);
-      } else if (isListType(t)) {
-        ListView l;
-        if (listOpen(space, it.ref, &l) != 0) continue;
-        for (int32_t k = 0; k < l.count; ++k) visit(l.at[k], depth + 1);
-      }
-    }
-  }
-  if (depthOut) *depthOut = std::move(depthOf);
-  return order;
 }
 
 Progress::Progress(const char* what, bool alongOutput)

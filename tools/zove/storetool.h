@@ -67,18 +67,10 @@ void printLog(FILE* out, const std::vector<zelkor::LogEntry>& lines);
 bool parseInt(const char* text, int32_t* out);
 
 // 'abcd' when the four bytes are printable, else 0x%08x.
-std::string codeName(uint32_t code);
+std::string fourccName(uint32_t code);
 // "blob", "handle", "part link", "list", "weak list", "weak handle", "immediate", "vhandle", or
 // the type in hexadecimal.
 std::string kindName(uint32_t type);
-
-// The DLs reachable from the starts through every kind of reference (handles, part links, weak
-// handles, and the elements of lists and weak lists), each once, in breadth-first order, to at
-// most maxDepth references from a start (-1: no limit). Numbers that name no element are
-// included, so that a dump can say they are gone. depthOut, when given, receives each DL's depth.
-std::vector<int32_t> reachableDLs(const fundra::ElementSpace* space,
-                                  const std::vector<int32_t>& starts, int32_t maxDepth,
-                                  std::vector<int32_t>* depthOut = nullptr);
 
 // Progress of a long operation, shown on stderr only when it is a terminal: "what: done/total",
 // redrawn at most ten times a second and erased when the operation ends. A command that prints

@@ -28,11 +28,16 @@
 // Blobs and lists are bare elements without this header: a blob holds exactly its bytes, a list
 // an array of 32-bit DL numbers.
 //
-// These helpers only read and lay out bytes; they never allocate, log or assert, so any code
-// that holds the element space (collection, the structure walks, tools) can use them.
+// These helpers only read and lay out bytes; they never log or assert, and never read outside an
+// element, so any code that holds the element space (collection, the structure walks, the checks,
+// tools) can use them.
 #pragma once
 
 #include <cstdint>
+#include <deque>
+#include <unordered_set>
+#include <utility>
+#include <vector>
 
 #include "platform/fundra/space.h"
 #include "zove/store.h"
@@ -63,14 +68,14 @@ constexpr int32_t kRootDataBytes = 8;
 constexpr int32_t kRootBytes = kHeadBytes + kRootDataBytes + kItemBytes;  // 40
 constexpr int32_t kVersionOffset = 20;
 
-// The refnum type of a refnum item, or the value type of any other item (low byte cleared).
-inline uint32_t itemType(const Item& it) {
-  return it.ref > 0 ? it.kind & ~0xFFu : uint32_t(it.ref) & ~0xFFu;
-}
+// The type a kind word (refnum items) or a ref word (value items) names: its low byte is ignored.
+constexpr uint32_t typeOf(uint32_t word) { return word & ~0xFFu; }
+// The refnum type of a refnum item, or the value type of any other item.
+inline uint32_t itemType(const Item& it) { return it.ref > 0 ? typeOf(it.kind) : typeOf(it.ref); }
 inline bool isRefnum(const Item& it) { return it.ref > 0; }
 // Kinds whose referent the item owns: removed with the item.
 inline bool ownsReferent(const Item& it) {
-  uint32_t t = it.kind & ~0xFFu;
+  uint32_t t = typeOf(it.kind);
   return it.ref > 0 && (t == kBlob || t == kList || t == kWeakList);
 }
 inline bool isListType(uint32_t t) { return t == kList || t == kWeakList; }
@@ -175,6 +180,54 @@ inline int32_t listOpen(const fundra::ElementSpace* space, int32_t n, ListView* 
   v->at = reinterpret_cast<int32_t*>(space->LmGet(n));
   v->count = size / 4;
   return 0;
+}
+
+// Which items a walk follows from a DL. kOwning: the edges that keep a DL alive (handles, part
+// links, list members), as the collector follows them. kAll: weak handles and weak list members
+// too, to show everything a DL names.
+enum class Edges { kOwning, kAll };
+
+// DLs reachable from the starts, breadth first, each once, in the order reached. Numbers that name
+// no live element, or an element that is not a DL, are listed (a dump says they are gone) but not
+// followed. With maxDepth >= 0 nothing beyond that depth is followed; depthOut receives each
+// listed DL's depth.
+inline std::vector<int32_t> reachableDLs(const fundra::ElementSpace* space,
+                                         const std::vector<int32_t>& starts, Edges edges,
+                                         int32_t maxDepth = -1,
+                                         std::vector<int32_t>* depthOut = nullptr) {
+  std::vector<int32_t> order, depths;
+  std::vector<uint8_t> seen(size_t(space->LmCount()) + 1, 0);
+  std::unordered_set<int32_t> seenBeyond;  // numbers above the highest, in a damaged space
+  std::deque<std::pair<int32_t, int32_t>> todo;
+  auto visit = [&](int32_t dl, int32_t depth) {
+    if (dl <= 0) return;
+    if (size_t(dl) < seen.size() ? std::exchange(seen[size_t(dl)], 1)
+                                 : !seenBeyond.insert(dl).second)
+      return;
+    order.push_back(dl);
+    depths.push_back(depth);
+    todo.emplace_back(dl, depth);
+  };
+  for (int32_t s : starts) visit(s, 0);
+  while (!todo.empty()) {
+    auto [dl, depth] = todo.front();
+    todo.pop_front();
+    DLView v;
+    if ((maxDepth >= 0 && depth >= maxDepth) || dlOpen(space, dl, &v) != 0) continue;
+    for (int32_t i = 0; i < v.count(); ++i) {
+      const Item& it = v.item(i);
+      uint32_t t = itemType(it);
+      ListView l;
+      if (t == kHandle || t == kPartLink || (edges == Edges::kAll && t == kWeakHandle)) {
+        visit(it.ref, depth + 1);
+      } else if ((t == kList || (edges == Edges::kAll && t == kWeakList)) &&
+                 listOpen(space, it.ref, &l) == 0) {
+        for (int32_t k = 0; k < l.count; ++k) visit(l.at[k], depth + 1);
+      }
+    }
+  }
+  if (depthOut) *depthOut = std::move(depths);
+  return order;
 }
 
 }  // namespace zove

@@ -5,6 +5,8 @@
 #include <memory>
 #include <utility>
 
+#include "platform/zelkor/codes.h"
+
 namespace zelkor {
 
 namespace {
@@ -107,7 +109,7 @@ std::string formatLog(const char* format, const Word* words, int count) {
         out += fcString(u32(word()));
         break;
       case 'E':
-        out += std::to_string(i32(word()));
+        out += codeName(i32(word()));
         break;
       case 'c':
         out += char(word());

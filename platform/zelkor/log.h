@@ -6,7 +6,8 @@
 // Format placeholders (each consumes one word):
 //   %~d  the word's 32-bit value in decimal            %d %u %x  likewise, as printf would
 //   %Y   the word's 32-bit value as a FourCC            %c        one character
-//   %E   an error code, printed as its decimal value    %s        a C string (char*)
+//   %E   an answer code, as codeName prints it: "-808 (kNoItem)", or the bare number when no
+//        library registered it                        %s        a C string (char*)
 //   0x%08x and other printf widths/flags on d, u, x work as in printf; %% is a percent sign.
 // An unknown placeholder is copied as it stands followed by "<?>", and a missing word reads 0.
 #pragma once

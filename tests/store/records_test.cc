@@ -88,7 +88,7 @@ TEST_F(Records, CheckReportsRecordsTheFileCannotSize) {
   LogCapture cap;
   EXPECT_EQ(S(s, kTSCk), 1);  // logged, not a failure
   EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveCheckDL: DL " + std::to_string(dl) +
-                                                 " item 'Rec1' bad chunk 1, -1119"});
+                                                 " item 'Rec1' bad chunk 1, -1119 (kVhdNoRecord)"});
 }
 
 TEST(RecordsWithoutFile, RecordSelectorsAnswerNoRecordFile) {

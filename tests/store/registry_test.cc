@@ -154,7 +154,8 @@ TEST(StoreTransfer, RecordsMoveFromAnotherFileAndFailuresLoseTheirItemOnly) {
 
   LogCapture cap;
   EXPECT_EQ(S(s, kTSHX, recordFileObject(other)), -1119);
-  EXPECT_EQ(lines(cap), std::vector<std::string>{"515 zoveVHandXfer: can't read vhandle 6, -1119"});
+  EXPECT_EQ(lines(cap), std::vector<std::string>{
+                            "515 zoveVHandXfer: can't read vhandle 6, -1119 (kVhdNoRecord)"});
   ASSERT_EQ(S(s, kTSCt, obj), 2);  // RecB is gone, the transfer went on
   Item a = rawItem(s, obj, 0);
   EXPECT_EQ(a.key, fc("RecA"));
@@ -167,10 +168,10 @@ TEST(StoreTransfer, RecordsMoveFromAnotherFileAndFailuresLoseTheirItemOnly) {
   rawWrite(sp, obj, fc("obj "),
            {{fc("RecC"), int32_t(kVHandle), 5}, {fc("RecD"), int32_t(kVHandle), 9}});
   EXPECT_EQ(S(s, kTSHX, recordFileObject(other)), -1118);
-  EXPECT_EQ(lines(cap),
-            (std::vector<std::string>{"515 zoveVHandXfer: can't write vhandle " +
-                                          std::to_string(obj) + " key 'RecC', -1118",
-                                      "515 zoveVHandXfer: can't read vhandle 9, -1119"}));
+  EXPECT_EQ(lines(cap), (std::vector<std::string>{
+                            "515 zoveVHandXfer: can't write vhandle " + std::to_string(obj) +
+                                " key 'RecC', -1118 (kVhdIoError)",
+                            "515 zoveVHandXfer: can't read vhandle 9, -1119 (kVhdNoRecord)"}));
   EXPECT_EQ(S(s, kTSCt, obj), 0);
   S(s, kDspo);
   S(other, kDspo);

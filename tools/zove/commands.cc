@@ -55,6 +55,10 @@ const std::vector<Command>& commands() {
        "Prints every class the framework booted, with its superclass, its instance bytes, the\n"
        "boot procedure that made it and the selectors it defines itself.",
        cmdClasses},
+      {"codes", "list every answer code by library, name and meaning", "codes [CODE...]",
+       "Prints each library's answer codes (the framework, the foundation, the store file and\n"
+       "the module): number, name and what it means. With CODE arguments, only those.",
+       cmdCodes},
   };
   return table;
 }

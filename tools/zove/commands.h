@@ -20,6 +20,7 @@ const Command* findCommand(const char* name);
 // Exit status of every subcommand: 0 done (for check: sound), 1 failed (a missing, damaged or
 // refused file; for check: not sound), 2 bad arguments.
 int cmdClasses(int argc, char** argv);  // classes.cc
+int cmdCodes(int argc, char** argv);    // codes.cc
 int cmdShell(int argc, char** argv);    // shell.cc
 int cmdStat(int argc, char** argv);     // stat.cc
 int cmdCheck(int argc, char** argv);    // check.cc

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/zelkor/codes.h"
 #include "platform/zelkor/zelkor.h"
 #include "tools/zove/commands.h"
 
@@ -40,7 +41,8 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (int rc = zelkor::ZelkorLoadModule(modulePath())) {
-    std::fprintf(stderr, "zove: can't load the module %s (%d)\n", modulePath().c_str(), rc);
+    std::fprintf(stderr, "zove: can't load the module %s: %s\n", modulePath().c_str(),
+                 zelkor::codeText(rc).c_str());
     return 1;
   }
   zelkor::ZelkorBoot();

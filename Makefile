@@ -1,5 +1,6 @@
 # make run   installs what is missing, builds an optimised zove and runs its demo
-# make test  installs what is missing, builds with ASan+UBSan and runs every test (CTest)
+# make test  installs what is missing, builds with ASan+UBSan and runs every test (CTest), then
+#            runs the tests of threaded code again under ThreadSanitizer
 # make bench builds the optimised benchmarks and runs them
 # make fuzz  builds the libFuzzer programs with clang (see docs/testing.md)
 # make format reformats the sources with the repository's .clang-format
@@ -7,6 +8,7 @@
 JOBS ?= $(shell nproc)
 RELEASE := build/release
 ASAN := build/asan
+TSAN := build/tsan
 FUZZ := build/fuzz
 
 .PHONY: run test bench fuzz setup format clean
@@ -20,13 +22,18 @@ $(RELEASE)/CMakeCache.txt:
 $(ASAN)/CMakeCache.txt:
 	cmake -S . -B $(ASAN) -DCMAKE_BUILD_TYPE=Debug -DZOVE_SANITIZE=ON -DZOVE_BENCH=OFF
 
+$(TSAN)/CMakeCache.txt:
+	cmake -S . -B $(TSAN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZOVE_TSAN=ON -DZOVE_BENCH=OFF
+
 run: setup $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS) --target zove_cli zove
 	$(RELEASE)/tools/zove/zove demo
 
-test: setup $(ASAN)/CMakeCache.txt
+test: setup $(ASAN)/CMakeCache.txt $(TSAN)/CMakeCache.txt
 	cmake --build $(ASAN) -j $(JOBS)
 	cd $(ASAN) && ctest --output-on-failure -j $(JOBS)
+	cmake --build $(TSAN) -j $(JOBS) --target tsan_tests
+	cd $(TSAN) && ctest --output-on-failure -j $(JOBS) -L threads
 
 bench: setup $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS)

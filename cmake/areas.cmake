@@ -46,11 +46,14 @@ function(zove_link_areas target)
   endforeach()
 endfunction()
 
-# zove_test(NAME SOURCES ... [AREAS area ...] [LIBS lib ...] [CHECK_SENDS]): one GoogleTest
-# program, registered with CTest test by test. AREAS are linked as objects (with what they build
-# on). With CHECK_SENDS a test fails when a send reached no handler (tests/support/sends.h).
+# zove_test(NAME SOURCES ... [AREAS area ...] [LIBS lib ...] [CHECK_SENDS] [THREADS]): one
+# GoogleTest program, registered with CTest test by test. AREAS are linked as objects (with what
+# they build on). With CHECK_SENDS a test fails when a send reached no handler
+# (tests/support/sends.h). THREADS marks a program whose code runs on several threads: its tests
+# carry the label `threads`, and the ThreadSanitizer build (target tsan_tests) runs them.
+add_custom_target(tsan_tests)
 function(zove_test name)
-  cmake_parse_arguments(T "CHECK_SENDS" "" "SOURCES;AREAS;LIBS" ${ARGN})
+  cmake_parse_arguments(T "CHECK_SENDS;THREADS" "" "SOURCES;AREAS;LIBS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   zove_link_areas(${name} ${T_AREAS})
   if(T_CHECK_SENDS)
@@ -59,5 +62,10 @@ function(zove_test name)
   else()
     target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
   endif()
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+  if(T_THREADS)
+    add_dependencies(tsan_tests ${name})
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600 LABELS threads)
+  else()
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+  endif()
 endfunction()

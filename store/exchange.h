@@ -8,7 +8,7 @@
 //
 // Each record is a byte count n (4 bytes) and then n bytes, of one of three kinds:
 //
-//   DL record    the DL's element bytes (header, data area, items, as in store/dl.h) with the
+//   DL record    the DL's element bytes (header, data area, items; include/zove/dl.h) with the
 //                owner word set to 0; a blob item's ref is the blob record's index; a handle's,
 //                part link's and weak handle's ref is the target's index; a list or weak-list
 //                item keeps the ref it had in the store (import does not read it)

@@ -5,7 +5,8 @@
 //
 //   offset        width       field       meaning
 //   0             4           uType       FourCC type of the DL; each byte 32..126
-//   4             2           flags       kSharedFlag, kInvisibleFlag, kKeptFlag; other bits 0
+//   4             2           flags       bit 1 kSharedFlag, bit 2 kInvisibleFlag, bit 4 kKeptFlag;
+//                                         other bits 0
 //   6             2           reserved    0
 //   8             4           owner       DL number of the owning module DL, or 0
 //   12            4           data size   bytes in the data area, a multiple of 4
@@ -22,8 +23,13 @@
 //                                 immediate: the 32-bit value; vhandle: the record's chunk
 //   8       4      key            FourCC; each byte 32..126
 //
-// The root (DL 1) has uType `root`, data size 8 holding the signed 16-bit store version at
-// offset 20 (6 reserved bytes after it), and one item `mods`: a list of the module DLs.
+// Refnum types (the kind word with its low byte cleared): kBlob 0x100, kHandle 0x200, kPartLink
+// 0x400, kList 0x700, kWeakList 0x800, kWeakHandle 0xB00. Value types (the ref word with its low
+// byte cleared): kImmediate 0xFFFF8100, kVHandle 0xFFFF8200 (zove/store.h).
+//
+// The root (DL 1) has uType `root` (the bytes "toor" in the element), owner 0, data size 8
+// holding the signed 16-bit store version at offset 20 (6 reserved bytes after it), and one item
+// `mods`: a list of the module DLs. It is 40 bytes (kRootBytes).
 //
 // Blobs and lists are bare elements without this header: a blob holds exactly its bytes, a list
 // an array of 32-bit DL numbers.

@@ -1,10 +1,13 @@
 // Little-endian reading and writing for the export forms of the text and date classes.
 //
 // Every export form of this library starts with the same 4-byte head, so that a reader can tell
-// forms apart and versions up:
-//   offset 0  width 2  magic      two ASCII letters naming the form ("TS", "Dt", "Iv", ...)
-//   offset 2  width 1  version    1 for every form written today
-//   offset 3  width 1  reserved   0; a reader refuses other values as damage
+// forms apart and versions up (each class's header tables the rest of its form: TString in
+// tstring.h, TDate, TInterval and TDateStep in tdate.h, TLocHandle in resource.h):
+//   offset  width  field     meaning
+//   0       2      magic     two ASCII letters naming the form ("TS", "Dt", "Iv", "Ds", "LH")
+//   2       1      version   1 for every form written today
+//   3       1      reserved  0; a reader refuses other values as damage
+// Every number in a form is little-endian, whatever the machine.
 // Reader never looks past the size it is given; a negative size means the caller vouches that
 // the bytes hold a whole form (the store passes its blobs so).
 #pragma once

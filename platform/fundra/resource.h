@@ -41,8 +41,11 @@ class TLocHandle {
   // for an empty handle (the string is then empty).
   int32_t GetPath(TString* out, int32_t form) const;
 
-  // Export form (docs/formats.md): head "LH" (form_bytes.h), n at offset 4 (little-endian
-  // int32), then n bytes of the path in UTF-8 at offset 8.
+  // Export form (codes and use: docs/formats.md), StoreSize 8 + n bytes:
+  //   offset  width  field  meaning
+  //   0       4      head   "LH", version 1, 0 (form_bytes.h)
+  //   4       4      n      the byte length of the path, signed, little-endian
+  //   8       n      path   UTF-8
   int32_t StoreSize() const { return 8 + path_.ByteLength(); }
   int32_t Export(void* data, int64_t size, int32_t option = 0) const;
   // Answers 0 on success (the size of the form is StoreSize), or a negative code and an empty

@@ -43,8 +43,12 @@ class TInterval {
   TInterval operator+(const TInterval& o) const { return TInterval(ms_ + o.ms_); }
   TInterval operator*(int64_t k) const { return TInterval(ms_ * k); }
 
-  // Export form (docs/formats.md): head "Iv" (form_bytes.h), then the milliseconds as a
-  // little-endian int64 at offset 4. 12 bytes. Import answers the bytes read.
+  // Export form (codes and use: docs/formats.md), 12 bytes:
+  //   offset  width  field  meaning
+  //   0       4      head   "Iv", version 1, 0 (form_bytes.h)
+  //   4       8      ms     the length in milliseconds, signed, little-endian; a length beyond
+  //                         the calendar's span (10000 years) either way is damage
+  // Import answers the bytes read.
   int32_t StoreSize() const { return 12; }
   int32_t Export(void* data, int64_t size, int32_t option = 0) const;
   int32_t Import(const void* data, int64_t size, int32_t option = 0);
@@ -113,9 +117,13 @@ class TDate {
   TDate operator+(const TInterval& i) const { return TDate(*this) += i; }
   TDate operator-(const TInterval& i) const { return TDate(*this) -= i; }
 
-  // Export form (docs/formats.md): head "Dt" (form_bytes.h), then the milliseconds since
-  // 0001-01-01 00:00:00.000 as a little-endian int64 at offset 4 (0 is the default date). 12
-  // bytes. Import refuses a count outside the calendar's range as damage.
+  // Export form (codes and use: docs/formats.md), 12 bytes:
+  //   offset  width  field  meaning
+  //   0       4      head   "Dt", version 1, 0 (form_bytes.h)
+  //   4       8      ms     milliseconds since 0001-01-01 00:00:00.000 local time, proleptic
+  //                         Gregorian, signed, little-endian; 0 is the default date
+  // Import refuses a count outside the calendar's range (below 0, or from 10000-01-01 on) as
+  // damage.
   int32_t StoreSize() const { return 12; }
   int32_t Export(void* data, int64_t size, int32_t option = 0) const;
   int32_t Import(const void* data, int64_t size, int32_t option = 0);
@@ -161,8 +169,18 @@ class TDateStep {
 
   bool operator==(const TDateStep&) const = default;
 
-  // Export form (docs/formats.md): head "Ds" (form_bytes.h), then the eight fields as
-  // little-endian int32 in constructor order at offsets 4, 8, ... 32. 36 bytes.
+  // Export form (codes and use: docs/formats.md), 36 bytes; each field a signed little-endian
+  // int32, in the order of the eight-field constructor:
+  //   offset  width  field
+  //   0       4      head "Ds", version 1, 0 (form_bytes.h)
+  //   4       4      years
+  //   8       4      months
+  //   12      4      weeks
+  //   16      4      days
+  //   20      4      hours
+  //   24      4      minutes
+  //   28      4      seconds
+  //   32      4      milliseconds
   int32_t StoreSize() const { return 36; }
   int32_t Export(void* data, int64_t size, int32_t option = 0) const;
   int32_t Import(const void* data, int64_t size, int32_t option = 0);

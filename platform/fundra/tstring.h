@@ -99,18 +99,20 @@ class TString {
     return ScanKeyed(table, key, {ScanArg(outs)...});
   }
 
-  // The export form (docs/formats.md):
-  //   offset 0  width 4  head "TS", version 1, 0 (form_bytes.h)
-  //   offset 4  width 4  n, the byte length of the text, little-endian
-  //   offset 8  width n  the text in UTF-8, no NUL
+  // The export form (codes and use: docs/formats.md), StoreSize 8 + n bytes:
+  //   offset  width  field  meaning
+  //   0       4      head   "TS", version 1, 0 (form_bytes.h)
+  //   4       4      n      the byte length of the text, little-endian
+  //   8       n      text   UTF-8, well-formed, no NUL
   // Import's size is the bytes available (negative: unknown, the form's own length is trusted);
   // it answers the bytes read. Export answers the bytes written.
   int32_t StoreSize() const { return 8 + ByteLength(); }
   int32_t Export(void* data, int64_t size, int32_t option = 0) const;
   int32_t Import(const void* data, int64_t size, int32_t option = 0);
-  // The older form, which Import refuses with kFormForeign:
-  //   offset 0  width 1  n, the length in bytes
-  //   offset 1  width n  the text in ISO 8859-1
+  // The older form, which Import refuses (its first four bytes cannot be "TS", 1, 0):
+  //   offset  width  field  meaning
+  //   0       1      n      the length in bytes, 0 to 255
+  //   1       n      text   ISO 8859-1, no NUL
   // Answers the bytes read. size bounds the read as for Import.
   int32_t OldImport(const void* data, int32_t option = 0, int64_t size = -1);
   int32_t OldStoreSize() const;  // for writers of test data; texts past 255 bytes answer -1

@@ -1,31 +1,37 @@
 // The byte layouts inside a store file: the head row and the element segments.
 //
-// A store file is an SQLite database with three tables (docs/storefile.md):
+// A store file is an SQLite database (application_id 0x5A4F5645 "ZOVE", user_version kFormat,
+// pages of 16 KiB: database.cc) with three tables, every column NOT NULL:
 //   head (k INTEGER PRIMARY KEY, body BLOB)      one row, k = 1: the layout below
 //   seg  (id INTEGER PRIMARY KEY, body BLOB)     elements id*64 .. id*64+63, layout below
 //   rec  (key INTEGER PRIMARY KEY, size INTEGER, sum INTEGER, body BLOB)
-//                                                one record: key = type << 32 | id (see recfile.h)
-// Every integer inside a body is little-endian.
+//                                                one record: key = type << 32 | id, both taken
+//                                                as unsigned 32-bit values (recfile.h); size is
+//                                                the body's byte count
+// Every integer inside a body is little-endian. How the file is saved, loaded and checked:
+// docs/storefile.md.
 //
 // Head body, 64 bytes:
 //   offset width field          meaning
 //   0      4     magic          "ZSFH"
-//   4      4     format         kFormat; a file of another format is refused
+//   4      4     format         kFormat (1); a file of another format is refused
 //   8      4     version        the value version given to HNew when the file was made
-//   12     4     segment shift  numbers per segment = 1 << shift (6)
+//   12     4     segment shift  numbers per segment = 1 << shift (6); another shift is refused
 //   16     8     saves          completed saves, the creating one included
 //   24     4     live count     live elements saved
 //   28     4     next id        the lowest record id not yet handed out
 //   32     8     seg digest     sum over seg rows of segmentDigest(id, check), mod 2^64
+//                               (the checksum of the row's id and its body's check, 8 bytes each)
 //   40     4     record count   rows of rec
 //   44     4     segment count  rows of seg
 //   48     8     record digest  sum over rec rows of recordDigest(key, size, sum), mod 2^64
+//                               (the checksum of the three, 8 bytes each)
 //   56     8     check          checksum of bytes 0..55
 //
 // Segment body, for segment id s holding c live elements (c >= 1; an empty segment has no row):
 //   offset   width   field     meaning
 //   0        4       id        s, equal to the row id
-//   4        4       count     c
+//   4        4       count     c, 1 to 64
 //   8        8 * c   entries   per element, numbers ascending: number (4), size (4);
 //                              every number n has s * 64 <= n < s * 64 + 64
 //   8 + 8c   sizes   bytes     the elements' bytes, concatenated in entry order

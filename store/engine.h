@@ -2,7 +2,7 @@
 //
 // Every handler of `@zov` is a thin shell around these; new selector files (registry, exchange,
 // structure operations) build on them too. All take the store object and answer 32-bit codes:
-// 0 or more on success, below 0 a store code (store/zove.h) or the element space's code.
+// 0 or more on success, below 0 a store code (include/zove/store.h) or the element space's code.
 //
 // Addresses: anything that allocates, grows, removes, swaps or counts a change (which may run
 // the periodic collection) may move DLs. Re-open a DL (zoveOpenDL) after any such call.

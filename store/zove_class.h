@@ -1,6 +1,6 @@
 // The class `@zov`: its instance data and the handlers its build routine defines.
 //
-// Only the store's own files include this header; other classes send selectors (store/zove.h).
+// Only the store's own files include this header; other classes send selectors (include/zove/store.h).
 #pragma once
 
 #include <cstdint>

@@ -3,7 +3,7 @@
 //
 // The subcommands speak to the store with selectors, as any host does. To show a file as it lies
 // (dump, graph, stat) they also read the element space the value-handle base hands out (HGtH)
-// through the DL layout of store/dl.h, and never write it.
+// through the DL layout of include/zove/dl.h, and never write it.
 #pragma once
 
 #include <climits>

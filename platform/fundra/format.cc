@@ -110,14 +110,13 @@ std::optional<std::string> Convert(const Spec& s, const FormatArg& a) {
   char buf[32];
   switch (s.conv) {
     case 'd':
+    case 'E':
       if (a.kind() != K::kNumber) return std::nullopt;
+      // Answer codes read the same in texts as in log lines: codeName is the one place that
+      // renders them (as fcString is for FourCCs).
+      if (s.conv == 'E') return zelkor::codeName(int32_t(a.number()));
       if (s.narrow) return std::to_string(int32_t(a.number()));
       return std::to_string(a.number());
-    case 'E':
-      // Answer codes and FourCCs read the same in texts as in log lines: the framework's
-      // codeName and fcString are the one place that renders them.
-      if (a.kind() != K::kNumber) return std::nullopt;
-      return zelkor::codeName(int32_t(a.number()));
     case 'u':
       if (a.kind() != K::kNumber) return std::nullopt;
       return std::to_string(uint32_t(a.number()));

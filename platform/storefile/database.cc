@@ -14,10 +14,10 @@
 #include <set>
 #include <utility>
 
-#include "platform/zelkor/log.h"
-#include "platform/storefile/vhd.h"
 #include "platform/storefile/rows.h"
 #include "platform/storefile/vfs.h"
+#include "platform/storefile/vhd.h"
+#include "platform/zelkor/log.h"
 
 namespace storefile {
 
@@ -32,6 +32,9 @@ constexpr int kPageSize = 16384;
 constexpr int kBusyMs = 2000;
 // Smaller loads and saves do their work on one thread: a second costs more than it would save.
 size_t gParallelFrom = size_t(32) << 20;
+// Between saves the journal keeps at most this many bytes; a save that grew it past them trims it
+// after its commit.
+int64_t gJournalLimit = int64_t(4) << 20;
 
 const char* const kSchema =
     "CREATE TABLE head (k INTEGER PRIMARY KEY, body BLOB NOT NULL);"
@@ -153,11 +156,11 @@ int32_t StoreDb::openDatabase(bool creating) {
                           " PRAGMA cache_size=-8192; PRAGMA temp_store=MEMORY;";
     return exec(pragmas.c_str(), "vhdCreate");
   }
-  return exec(
-      "PRAGMA journal_mode=PERSIST; PRAGMA journal_size_limit=4194304;"
-      " PRAGMA synchronous=EXTRA; PRAGMA cache_size=-32768;"
-      "PRAGMA temp_store=MEMORY;",
-      "vhdOpen");
+  std::string pragmas =
+      "PRAGMA journal_mode=PERSIST; PRAGMA journal_size_limit=" + std::to_string(gJournalLimit) +
+      "; PRAGMA synchronous=EXTRA; PRAGMA cache_size=-32768;"
+      " PRAGMA temp_store=MEMORY;";
+  return exec(pragmas.c_str(), "vhdOpen");
 }
 
 int32_t StoreDb::create(const std::string& path, int32_t version) {
@@ -232,7 +235,7 @@ int32_t StoreDb::publish() {
   if (dir >= 0) ::close(dir);
   if (r) DebugLogf(kVhdLogLevel, "vhdCreate: %s: can't sync its folder", path_.c_str());
   if (!r) r = openDatabase(false);
-  if (!r) r = readHead();
+  if (!r) r = readHead(&head_, "vhdCreate");
   if (r) {
     // A creation that answers a code leaves no file, even a complete one: the caller may try
     // again at the same path.
@@ -269,24 +272,24 @@ int32_t StoreDb::open(const std::string& path, bool readOnly) {
     if (int32_t r = lockForWriting(fd)) return r;
   }
   int32_t r = openDatabase(false);
-  if (!r) r = readHead();
+  if (!r) r = readHead(&head_, "vhdOpen");
   if (r) close();
   return r;
 }
 
-int32_t StoreDb::readHead() {
+int32_t StoreDb::readHead(Head* out, const char* routine) {
   sqlite3_stmt* st = nullptr;
   int rc = sqlite3_prepare_v2(db_, "PRAGMA application_id", -1, &st, nullptr);
   if (rc == SQLITE_OK) rc = sqlite3_step(st);
   int32_t appId = rc == SQLITE_ROW ? sqlite3_column_int(st, 0) : 0;
   sqlite3_finalize(st);
-  if (rc != SQLITE_ROW) return fail(rc, "vhdOpen");
+  if (rc != SQLITE_ROW) return fail(rc, routine);
   if (appId != kApplicationId) {
-    DebugLogf(kVhdLogLevel, "vhdOpen: %s: not a store file", path_.c_str());
+    DebugLogf(kVhdLogLevel, "%s: %s: not a store file", routine, path_.c_str());
     return kVhdNotStoreFile;
   }
   rc = sqlite3_prepare_v2(db_, "SELECT k, body FROM head", -1, &st, nullptr);
-  if (rc != SQLITE_OK) return fail(rc, "vhdOpen");
+  if (rc != SQLITE_OK) return fail(rc, routine);
   int rows = 0;
   int32_t r = 0;
   std::string why;
@@ -298,16 +301,16 @@ int32_t StoreDb::readHead() {
       r = kVhdDamaged;
       why = "stray head row";
     } else if (!r) {
-      r = decodeHead(body, size, &head_, &why);
+      r = decodeHead(body, size, out, &why);
     }
   }
   sqlite3_finalize(st);
-  if (rc != SQLITE_DONE) return fail(rc, "vhdOpen");
+  if (rc != SQLITE_DONE) return fail(rc, routine);
   if (!r && rows != 1) {
     r = kVhdDamaged;
     why = "no store head";
   }
-  if (r) DebugLogf(kVhdLogLevel, "vhdOpen: %s: %s", path_.c_str(), why.c_str());
+  if (r) DebugLogf(kVhdLogLevel, "%s: %s: %s", routine, path_.c_str(), why.c_str());
   return r;
 }
 
@@ -331,11 +334,12 @@ void StoreDb::close() {
 
 void StoreDb::setParallelFrom(size_t bytes) { gParallelFrom = bytes; }
 size_t StoreDb::parallelFrom() { return gParallelFrom; }
+void StoreDb::setJournalLimit(int64_t bytes) { gJournalLimit = bytes; }
 
 int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChecks,
                       const std::function<void(int64_t, int32_t, uint64_t)>& record) {
   if (int32_t r = exec("BEGIN;", "vhdLoad")) return r;
-  int32_t r = readHead();
+  int32_t r = readHead(&head_, "vhdLoad");
   sqlite3_stmt* st = nullptr;
   std::string why;
   int rc = SQLITE_DONE;
@@ -518,6 +522,24 @@ void StoreDb::rollback() {
   // After some I/O errors SQLite has rolled back already; only an open transaction is ended.
   if (db_ && !sqlite3_get_autocommit(db_))
     sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
+}
+
+int32_t StoreDb::headOnDisk(Head* out) {
+  rollback();
+  return readHead(out, "vhdSave");
+}
+
+int32_t StoreDb::recordIndex(const std::function<void(int64_t, int32_t, uint64_t)>& row) {
+  sqlite3_stmt* st = nullptr;
+  int rc = sqlite3_prepare_v2(db_, "SELECT key, size, sum FROM rec", -1, &st, nullptr);
+  while (rc == SQLITE_OK || rc == SQLITE_ROW) {
+    rc = sqlite3_step(st);
+    if (rc == SQLITE_ROW)
+      row(sqlite3_column_int64(st, 0), int32_t(sqlite3_column_int64(st, 1)),
+          uint64_t(sqlite3_column_int64(st, 2)));
+  }
+  sqlite3_finalize(st);
+  return rc == SQLITE_DONE ? 0 : fail(rc, "vhdRecords");
 }
 
 int32_t StoreDb::segmentIds(std::vector<int32_t>* out) {

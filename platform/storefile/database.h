@@ -19,10 +19,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/storefile/names.h"
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
 #include "platform/storefile/format.h"
+#include "platform/storefile/names.h"
 
 namespace storefile {
 
@@ -62,6 +62,9 @@ class StoreDb {
   // set 0 to take that path always.
   static void setParallelFrom(size_t bytes);
   static size_t parallelFrom();
+  // The size a journal is trimmed to after a save that grew it past it (4 MiB unless set; files
+  // opened from then on). Tests set a small one so that small saves trim too.
+  static void setJournalLimit(int64_t bytes);
   // Reads one record's bytes into out, checking them against their sum.
   int32_t readRecord(int64_t key, fundra::TMemory* out);
 
@@ -77,6 +80,14 @@ class StoreDb {
   int32_t deleteRecord(int64_t key);
   int32_t commit(const Head& head);
   void rollback();
+  // After a failed save: ends what is left of its transaction and reads the head the file holds
+  // now (a journal the failure left hot is rolled back first, as by any writer). A call after
+  // the commit point can fail, so the file may hold the save that failed. Answers 0 or a code.
+  int32_t headOnDisk(Head* out);
+  // Takes `h` for the head of the last save, once the file was found to hold it.
+  void adoptHead(const Head& h) { head_ = h; }
+  // Every record row's key, size and sum, without reading the bodies.
+  int32_t recordIndex(const std::function<void(int64_t key, int32_t size, uint64_t sum)>& row);
 
   // Segment ids that have a row (for a full save, which must also drop rows of a former space).
   int32_t segmentIds(std::vector<int32_t>* out);
@@ -87,7 +98,7 @@ class StoreDb {
   int32_t openDatabase(bool creating);
   void closeDatabase();
   int32_t lockForWriting(int fd);
-  int32_t readHead();
+  int32_t readHead(Head* out, const char* routine);
   int32_t fail(int rc, const char* routine);  // logs the SQLite error, answers our code
   int32_t exec(const char* sql, const char* routine);
   sqlite3_stmt* prepare(sqlite3_stmt** slot, const char* sql);

@@ -39,8 +39,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/storefile/names.h"
 #include "platform/fundra/space.h"
+#include "platform/storefile/names.h"
 
 namespace storefile {
 

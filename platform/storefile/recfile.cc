@@ -5,10 +5,10 @@
 #include <cstring>
 #include <new>
 
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/boot.h"
 #include "platform/zelkor/classes.h"
 #include "platform/zelkor/dispatch.h"
-#include "platform/storefile/vhd.h"
 
 namespace storefile {
 
@@ -153,6 +153,16 @@ void RecordFile::saved() {
     committed_[key] = {int32_t(bytes.size()), checksum(bytes.data(), bytes.size())};
   written_.clear();
   removed_.clear();
+}
+
+void RecordFile::rebase(std::map<int64_t, RecordInfo> committed, int32_t nextId) {
+  std::set<int64_t> removed;
+  for (const auto& c : committed)
+    if (!exists(c.first)) removed.insert(c.first);
+  committed_ = std::move(committed);
+  removed_ = std::move(removed);
+  nextId_ = std::max(nextId_, nextId);
+  idsValid_ = false;
 }
 
 std::vector<std::string> RecordFile::check(const Head& head) const {

@@ -1,8 +1,9 @@
 // A pass-through SQLite file layer with a failure switch (see vfs.h).
 //
 // The layer wraps the default one: its file object is the default file object followed by a
-// pointer to it, and every method forwards. Only read, write, truncate and sync are counted,
-// because those are the calls whose failure a store must survive.
+// pointer to it, and every method forwards. Reads, writes, truncations, syncs and size queries
+// are counted, because those are the calls whose failure a store must survive (a rollback
+// journal is trimmed after the commit with a size query and a truncation).
 #include "platform/storefile/vfs.h"
 
 #include <sqlite3.h>
@@ -145,13 +146,16 @@ int shimSync(sqlite3_file* f, int flags) {
   if (r && shim->headerZeroed) {
     // The commit's sync failed: make the journal hot again (see kJournalHeader), after the
     // zeroing write if it is still gathered.
-    shim->headerZeroed = false;
     flush(f);
     real(f)->pMethods->xWrite(real(f), shim->header, kJournalHeader, 0);
   }
+  // Once the cleared header is on the disk the save is durable: a later failing sync of the
+  // journal must not bring the old pages back.
+  shim->headerZeroed = false;
   return r;
 }
 int shimFileSize(sqlite3_file* f, sqlite3_int64* size) {
+  if (int r = fault(SQLITE_IOERR_FSTAT, false)) return r;
   if (int r = flush(f)) return r;
   return real(f)->pMethods->xFileSize(real(f), size);
 }

@@ -40,8 +40,9 @@ Saved makeFirstFile(const std::string& path) {
   return a;
 }
 
-// Changes elements, removes a segment's worth, adds past the end, and changes the records.
-void changeToSecond(Word h, Saved* b) {
+// Changes elements, removes a segment's worth, adds past the end, and changes the records, marking
+// the value changed as a store does; answers the id of the record it wrote.
+int32_t changeToSecond(Word h, Saved* b) {
   fundra::ElementSpace* s = spaceOf(h);
   std::mt19937 rng(12);
   for (int i = 0; i < 30; ++i)
@@ -53,8 +54,10 @@ void changeToSecond(Word h, Saved* b) {
   put(s, &b->elements, 450, randomBytes(rng, 50));
   Word file = send(h, kHGtF);
   send(file, kHRmv, kTVhd, b->records.begin()->first);
-  writeRecord(file, randomBytes(rng, 2000));
+  int32_t id = writeRecord(file, randomBytes(rng, 2000));
   b->records = recordsOf(h);
+  send(h, kHSCh, 1);
+  return id;
 }
 
 // What a read-only open of the file finds; an empty state when it is refused.
@@ -68,13 +71,22 @@ Saved readBack(const std::string& path, int32_t* code) {
   return out;
 }
 
+// Removes a store file and its journal, so that the next run at the path starts as the first.
+void removeStore(const std::string& path) {
+  std::filesystem::remove(path);
+  std::filesystem::remove(path + "-journal");
+}
+
 bool operator==(const Saved& a, const Saved& b) {
   return a.elements == b.elements && a.records == b.records;
 }
 
 }  // namespace
 
-TEST(StoreFileFaults, EveryFailingCallOfASaveLeavesTheLastSaveAndTheNextSaveSucceeds) {
+TEST(StoreFileFaults, EveryFailingCallOfASaveAnswersWhatTheFileHoldsAndTheNextSaveSucceeds) {
+  // A small journal limit makes every save trim its journal after the commit, as the big saves
+  // do: the calls after the commit point are failed too.
+  StoreDb::setJournalLimit(16 << 10);
   // Once on one thread, once with the save's segments encoded on a second (the path of big
   // saves) and the opens' rows read on one.
   for (size_t from : {SIZE_MAX, size_t(0)}) {
@@ -95,54 +107,65 @@ TEST(StoreFileFaults, EveryFailingCallOfASaveLeavesTheLastSaveAndTheNextSaveSucc
       IoFaults::failAt(0);
       ASSERT_EQ(send(h, kHChg), 0);
       calls = IoFaults::calls();
+      EXPECT_EQ(send(h, kHSCh, 0), 0);  // a save clears the changed flag
       send(h, kDspo);
       EXPECT_TRUE(readBack(path, &code) == second);
-      std::filesystem::remove(path);
+      removeStore(path);
     }
     ASSERT_GT(calls, 5);
     zelkor::LogCapture quiet;
     for (IoFaultKind kind : {IoFaultKind::kIoError, IoFaultKind::kDiskFull}) {
+      bool sticky = kind == IoFaultKind::kDiskFull;
       for (int64_t n = 1; n <= calls; ++n) {
-        SCOPED_TRACE("failing call " + std::to_string(n) +
-                     (kind == IoFaultKind::kDiskFull ? " (disk full)" : ""));
+        SCOPED_TRACE("failing call " + std::to_string(n) + (sticky ? " and all after it" : ""));
         std::filesystem::copy_file(original, path);
         int32_t code = 0;
         Word h = openStore(path, VhdOpenMode::kReadWrite, &code);
         ASSERT_EQ(code, 0);
         Saved expect = first;
-        changeToSecond(h, &expect);
-        IoFaults::failAt(n, kind, kind == IoFaultKind::kDiskFull);
+        int32_t fresh = changeToSecond(h, &expect);
+        IoFaults::failAt(n, kind, sticky);
         Word r = send(h, kHChg);
         IoFaults::failAt(0);
+        // A reader sees the save the answer speaks of. Only while every call failed could the
+        // writer not learn whether its commit reached the file; then either save may be there.
         Saved found = readBack(path, &code);
+        // (Until readers read past a journal left hot, they may be refused.)
+        if (code == kVhdBusy) found = r == 0 ? expect : first;
         if (r == 0) {
-          ASSERT_EQ(code, 0);
           EXPECT_TRUE(found == expect);  // the failure hit a call SQLite could do without
-          send(h, kDspo);
-        } else if (n % 2) {
-          // A reader finds the last save, or is refused while the failed save's journal waits
-          // for a writer to roll it back.
-          if (code != kVhdBusy) {
-            EXPECT_TRUE(found == first) << code;
+          EXPECT_EQ(send(h, kHSCh, 0), 0);
+        } else {
+          if (!sticky || !(found == expect)) {
+            EXPECT_TRUE(found == first) << "the save answered " << r;
           }
-          EXPECT_EQ(send(h, kHChg), 0);  // the held changes are written by the next save
+          EXPECT_EQ(send(h, kHSCh, 1), 1) << "a failed save cleared the changed flag";
+        }
+        if (r == 0 || n % 2) {
+          // The next save writes what is held, also after a record made since the last save
+          // that answered 0 was removed again.
+          send(send(h, kHGtF), kHRmv, kTVhd, fresh);
+          expect.records.erase(fresh);
+          EXPECT_EQ(send(h, kHChg), 0);
           EXPECT_TRUE(readBack(path, &code) == expect);
+          EXPECT_EQ(code, 0);
           EXPECT_EQ(send(h, kHTsv), 0);
           send(h, kDspo);
         } else {
-          // The writer gives up; the next writer finds the last save.
+          // The writer gives up; the next writer finds the file as a reader did.
           send(h, kDspo);
           Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
           ASSERT_EQ(code, 0);
-          EXPECT_EQ(modelOf(*spaceOf(w)), first.elements);
-          EXPECT_EQ(recordsOf(w), first.records);
+          EXPECT_EQ(modelOf(*spaceOf(w)), found.elements);
+          EXPECT_EQ(recordsOf(w), found.records);
           send(w, kDspo);
         }
-        std::filesystem::remove(path);
+        removeStore(path);
       }
     }
   }
   StoreDb::setParallelFrom(size_t(32) << 20);
+  StoreDb::setJournalLimit(int64_t(4) << 20);
 }
 
 TEST(StoreFileFaults, EveryFailingCallOfAnOpenRefusesOrLoadsTheSavedState) {

@@ -60,6 +60,12 @@ TEST(StoreFile, ReopensWithExactlyTheSavedElementsAndRecordsAfterEverySave) {
     EXPECT_EQ(send(reader, kHTsv), 0);
     send(reader, kDspo);
   }
+  // Another space given to the bound handle (HNew) replaces the saved one whole at the next save.
+  auto* other = new fundra::ElementSpace(1024, 0);
+  model.clear();
+  for (int32_t n : {3, 70, 71, 200}) put(other, &model, n, randomBytes(rng, 90));
+  ASSERT_EQ(send(h, kHNew, other, 7), 0);
+  ASSERT_EQ(send(h, kHChg), 0);
   send(h, kDspo);
 
   // A writer opening the file later sees the same, and its first save without changes is empty.

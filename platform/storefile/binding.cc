@@ -203,9 +203,39 @@ int32_t bindingCheck(VhdBinding* b) {
   std::vector<std::string> found = b->records.check(b->db.head());
   std::string why;
   if (b->db.quickCheck(&why)) found.push_back("database: " + why);
+  // The file's head and record rows against the ones this binding loaded or saved last.
+  Head disk;
+  std::map<int64_t, RecordInfo> rows;
+  int32_t r = b->db.headOnDisk(&disk);
+  if (!r)
+    r = b->db.recordIndex([&rows](int64_t key, int32_t size, uint64_t sum) {
+      rows[key] = {size, sum};
+    });
+  bool stale = false;
+  if (r) {
+    found.push_back("the file's head and records cannot be read");
+  } else if (!sameHead(disk, b->db.head())) {
+    stale = b->db.readOnly();
+    found.push_back(stale ? "the file was saved by a writer since this reader loaded it (" +
+                                std::to_string(b->db.head().saves) + " saves then, " +
+                                std::to_string(disk.saves) + " now)"
+                          : "the file's head is not the one last saved");
+  } else {
+    const std::map<int64_t, RecordInfo>& saved = b->records.committed();
+    for (const auto& [key, info] : rows) {
+      auto s = saved.find(key);
+      if (s == saved.end())
+        found.push_back("record " + recordName(key) + " is in the file but was not saved");
+      else if (s->second.size != info.size || s->second.sum != info.sum)
+        found.push_back("record " + recordName(key) + " differs from the one saved");
+    }
+    for (const auto& [key, info] : saved)
+      if (!rows.count(key)) found.push_back("record " + recordName(key) + " is missing");
+  }
   for (const std::string& f : found)
     DebugLogf(kVhdLogLevel, "vhdTest: %s: %s", b->db.path().c_str(), f.c_str());
-  return found.empty() ? 0 : kVhdDamaged;
+  if (found.empty()) return 0;
+  return stale && found.size() == 1 ? kVhdStale : kVhdDamaged;
 }
 
 Word bindingFileObject(VhdBinding* b) { return b->fileObject; }

@@ -24,6 +24,8 @@ constexpr zelkor::CodeInfo kCodes[] = {
      "the memory handle is not attached to a record of this file"},
     {kVhdBadArgument, "kVhdBadArgument", "a null handle or pointer, or an id not above 0"},
     {kVhdExists, "kVhdExists", "the record exists already"},
+    {kVhdStale, "kVhdStale",
+     "a writer saved the file since this reader loaded it: reopen the file to see the new save"},
 };
 
 const int gRegistered = zelkor::registerCodes("storefile", kCodes, std::size(kCodes));

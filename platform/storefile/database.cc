@@ -404,7 +404,7 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
       int64_t bytes = sqlite3_column_bytes(st, 3);
       if (size != bytes || checksum(body, size_t(bytes)) != sum) {
         r = kVhdDamaged;
-        why = "record " + std::to_string(key) + ": checksum differs";
+        why = "record " + recordName(key) + ": checksum differs";
         break;
       }
       ++count;
@@ -423,27 +423,40 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
   return r;
 }
 
-int32_t StoreDb::readRecord(int64_t key, fundra::TMemory* out) {
+int32_t StoreDb::readRecord(int64_t key, int32_t size, uint64_t sum, fundra::TMemory* out) {
   sqlite3_stmt* st = prepare(&getRec_, "SELECT size, sum, body FROM rec WHERE key = ?");
   if (!st) return fail(sqlite3_errcode(db_), "vhdReadRecord");
   sqlite3_bind_int64(st, 1, key);
   int rc = sqlite3_step(st);
   int32_t r = 0;
+  const char* why = nullptr;
   if (rc == SQLITE_ROW) {
     const void* body = sqlite3_column_blob(st, 2);
     int32_t bytes = sqlite3_column_bytes(st, 2);
-    if (sqlite3_column_int64(st, 0) != bytes ||
-        checksum(body, size_t(bytes)) != uint64_t(sqlite3_column_int64(st, 1))) {
-      DebugLogf(kVhdLogLevel, "vhdReadRecord: %s: record %d/%d: checksum differs", path_.c_str(),
-                int32_t(key >> 32), int32_t(key));
+    uint64_t rowSum = uint64_t(sqlite3_column_int64(st, 1));
+    if (sqlite3_column_int64(st, 0) != bytes || checksum(body, size_t(bytes)) != rowSum) {
+      why = "checksum differs";
       r = kVhdDamaged;
+    } else if (bytes != size || rowSum != sum) {
+      r = kVhdStale;
     } else if ((r = out->SetSize(bytes)) == 0 && bytes) {
       std::memcpy(out->MemPtr(), body, size_t(bytes));
     }
+  } else if (rc == SQLITE_DONE) {
+    r = kVhdStale;
   } else {
-    r = rc == SQLITE_DONE ? kVhdNoRecord : fail(rc, "vhdReadRecord");
+    r = fail(rc, "vhdReadRecord");
   }
   sqlite3_reset(st);
+  if (r == kVhdStale && !readOnly_) {
+    why = rc == SQLITE_ROW ? "differs from the one saved" : "missing from the file";
+    r = kVhdDamaged;
+  } else if (r == kVhdStale) {
+    why = "the file was saved by a writer since this reader loaded it";
+  }
+  if (why)
+    DebugLogf(kVhdLogLevel, "vhdReadRecord: %s: record %s: %s", path_.c_str(),
+              recordName(key).c_str(), why);
   return r;
 }
 

@@ -65,8 +65,11 @@ class StoreDb {
   // The size a journal is trimmed to after a save that grew it past it (4 MiB unless set; files
   // opened from then on). Tests set a small one so that small saves trim too.
   static void setJournalLimit(int64_t bytes);
-  // Reads one record's bytes into out, checking them against their sum.
-  int32_t readRecord(int64_t key, fundra::TMemory* out);
+  // Reads one record's bytes into out, checking them against their sum and against the size and
+  // sum the last load or save left for it. A row that differs from those (or is gone) is a
+  // damaged file for the writer; for a reader it means a writer saved since the reader loaded,
+  // kVhdStale.
+  int32_t readRecord(int64_t key, int32_t size, uint64_t sum, fundra::TMemory* out);
 
   // The save transaction: begin, put and delete rows, then commit (or rollback on failure).
   // The head given to commit is written last; after a failed commit the file and head() are as

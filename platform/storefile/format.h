@@ -89,6 +89,9 @@ struct SegmentParts {
 int32_t checkSegment(int64_t rowId, const uint8_t* body, size_t size, SegmentParts* out,
                      std::string* why);
 
+// A record's name as people read it: its type and id, "TVhd/1000".
+std::string recordName(int64_t key);
+
 // What one seg row and one rec row add to the head's digests.
 uint64_t segmentDigest(int64_t id, uint64_t check);
 uint64_t recordDigest(int64_t key, int64_t size, uint64_t sum);

@@ -68,7 +68,8 @@ int32_t RecordFile::read(FourCC type, int32_t id, fundra::TMemory** out) {
     r = handle->SetSize(int32_t(w->second.size()));
     if (!r && !w->second.empty()) std::memcpy(handle->MemPtr(), w->second.data(), w->second.size());
   } else {
-    r = db_->readRecord(key, handle);
+    const RecordInfo& saved = committed_.at(key);
+    r = db_->readRecord(key, saved.size, saved.sum, handle);
   }
   if (r) {
     delete handle;
@@ -167,7 +168,7 @@ void RecordFile::rebase(std::map<int64_t, RecordInfo> committed, int32_t nextId)
 
 std::vector<std::string> RecordFile::check(const Head& head) const {
   std::vector<std::string> out;
-  auto name = [](int64_t key) { return fcString(keyType(key)) + "/" + std::to_string(keyId(key)); };
+  auto name = recordName;
   for (int64_t key : removed_) {
     if (written_.count(key)) out.push_back("1: record " + name(key) + " written and removed");
     if (!committed_.count(key)) out.push_back("2: record " + name(key) + " removed, never saved");

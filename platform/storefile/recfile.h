@@ -100,6 +100,8 @@ class RecordFile {
   bool hasChanges() const { return !written_.empty() || !removed_.empty(); }
   size_t heldWrites() const { return written_.size(); }
   size_t heldRemovals() const { return removed_.size(); }
+  // The records as of the last load or save.
+  const std::map<int64_t, RecordInfo>& committed() const { return committed_; }
 
   std::vector<std::string> check(const Head& head) const;
 

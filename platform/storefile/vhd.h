@@ -63,6 +63,7 @@ enum : int32_t {
   kVhdNotAttached = -1120,   // the memory handle is not attached to a record of this file
   kVhdBadArgument = -1121,   // a null handle or pointer, an id not above 0
   kVhdExists = -1122,        // HCrt of a record that exists
+  kVhdStale = -1123,         // a reader's view: the file was saved by a writer since its load
 };
 
 enum class VhdOpenMode { kReadWrite, kReadOnly };

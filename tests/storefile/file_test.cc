@@ -162,6 +162,57 @@ TEST(StoreFile, RecordsAndElementsReachTheFileOnlyWithTheSave) {
   send(reader, kDspo);
 }
 
+TEST(StoreFile, AReaderReadsTheRecordsOfTheSaveItLoadedOrIsToldItsViewWentStale) {
+  ScratchDir dir;
+  std::string path = dir.file("stale.zst");
+  Model model;
+  Word h = createStore(path, &model, 10, 8);
+  Word file = send(h, kHGtF);
+  int32_t same = writeRecord(file, {1, 2, 3});
+  int32_t changed = writeRecord(file, {4, 5, 6, 7});
+  int32_t removed = writeRecord(file, {8});
+  ASSERT_EQ(send(h, kHChg), 0);
+
+  int32_t code = 0;
+  Word reader = openStore(path, VhdOpenMode::kReadOnly, &code);
+  ASSERT_EQ(code, 0);
+  Word rf = send(reader, kHGtF);
+  // The writer rewrites one record, removes another and saves.
+  fundra::TMemory* mem = nullptr;
+  ASSERT_EQ(send(file, kHRed, kTVhd, changed, &mem, 0), 0);
+  mem->SetSize(9, 0x55);
+  ASSERT_EQ(send(file, kHWrt, mem), 0);
+  send(file, kHDet, mem);
+  delete mem;
+  ASSERT_EQ(send(file, kHRmv, kTVhd, removed), 0);
+  ASSERT_EQ(send(h, kHChg), 0);
+
+  zelkor::LogCapture log;
+  // What did not change since the reader's load is read as it was loaded.
+  ASSERT_EQ(send(rf, kHRed, kTVhd, same, &mem, 0), 0);
+  EXPECT_EQ(std::vector<uint8_t>(mem->MemPtr(), mem->MemPtr() + mem->GetSize()),
+            (std::vector<uint8_t>{1, 2, 3}));
+  send(rf, kHDet, mem);
+  delete mem;
+  // Sizes are those of the loaded save; reading what changed since says the view is stale.
+  EXPECT_EQ(send(rf, kHSiz, kTVhd, changed), 4);
+  EXPECT_EQ(send(rf, kHRed, kTVhd, changed, &mem, 0), kVhdStale);
+  EXPECT_EQ(mem, nullptr);
+  EXPECT_EQ(send(rf, kHRed, kTVhd, removed, &mem, 0), kVhdStale);
+  EXPECT_EQ(send(reader, kHTsv), kVhdStale);
+  std::string lines;
+  for (const LogEntry& e : log.take()) lines += e.text + "\n";
+  EXPECT_NE(lines.find("record TVhd/" + std::to_string(changed) + ": the file was saved"),
+            std::string::npos)
+      << lines;
+  EXPECT_EQ(lines.find("damaged"), std::string::npos) << lines;
+  send(reader, kDspo);
+
+  // The writer's own check holds the file's rows against what it saved.
+  EXPECT_EQ(send(h, kHTsv), 0);
+  send(h, kDspo);
+}
+
 TEST(StoreFile, RecordFileAnswersItsProtocol) {
   ScratchDir dir;
   Model model;

@@ -69,7 +69,7 @@ int32_t codeOf(int rc) {
     case SQLITE_LOCKED:
       return kVhdBusy;
     case SQLITE_READONLY:
-      return rc == SQLITE_READONLY_ROLLBACK ? kVhdBusy : kVhdReadOnly;
+      return kVhdReadOnly;
     case SQLITE_IOERR:
     case SQLITE_FULL:
     case SQLITE_CANTOPEN:
@@ -86,6 +86,20 @@ int32_t codeOf(int rc) {
 int32_t StoreDb::fail(int rc, const char* routine) {
   int32_t code = codeOf(rc);
   if (!code) code = kVhdDamaged;
+  // A journal left hot by a crash that this user cannot read (a reader) or write (a writer):
+  // the last save is there, but only a user who may write the journal can roll it back.
+  std::string journal = path_ + "-journal";
+  if ((rc == SQLITE_READONLY_ROLLBACK || (rc & 0xFF) == SQLITE_CANTOPEN) &&
+      ::access(journal.c_str(), F_OK) == 0 &&
+      ::access(journal.c_str(), readOnly_ ? R_OK : R_OK | W_OK) != 0) {
+    DebugLogf(kVhdLogLevel,
+              "%s: %s: a save was interrupted, and this user may not %s its journal %s (%s); a "
+              "user who may write the journal rolls it back by opening the file for writing "
+              "once: zove recover %s",
+              routine, path_.c_str(), readOnly_ ? "read" : "write", journal.c_str(),
+              strerror(errno), path_.c_str());
+    return kVhdReadOnly;
+  }
   DebugLogf(kVhdLogLevel, "%s: %s: %s (%d)", routine, path_.c_str(),
             db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc), rc);
   return code;
@@ -420,6 +434,13 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
   }
   if (r && !why.empty()) DebugLogf(kVhdLogLevel, "vhdLoad: %s: %s", path_.c_str(), why.c_str());
   sqlite3_exec(db_, "COMMIT;", nullptr, nullptr, nullptr);  // ends the read; nothing was written
+  int viewed = 0;
+  if (!r && readOnly_ &&
+      sqlite3_file_control(db_, "main", kFileControlViewed, &viewed) == SQLITE_OK && viewed)
+    DebugLogf(kVhdLogLevel,
+              "vhdLoad: %s: a save was interrupted; read the last save through its journal, "
+              "which the next writer rolls back",
+              path_.c_str());
   return r;
 }
 

@@ -13,6 +13,8 @@
 #include <cstring>
 #include <mutex>
 
+#include "platform/storefile/journal_view.h"
+
 namespace storefile {
 
 namespace {
@@ -61,6 +63,11 @@ constexpr int kJournalHeader = 28;
 struct ShimFile {
   sqlite3_file base;  // methods = &kShimMethods
   sqlite3_file* real;
+  // A reader's database: while it holds its shared lock beside a hot journal, it reads the last
+  // save through the journal (journal_view.h) and tells SQLite the journal is not hot.
+  const char* journalName;  // null for any other file
+  JournalView* view;
+  bool viewed;       // a view was taken since the file was opened
   uint8_t* pending;  // gathered writes (null for files read only)
   sqlite3_int64 pendingAt;
   int pendingBytes;
@@ -91,6 +98,7 @@ int flush(sqlite3_file* f) {
 }
 
 int shimClose(sqlite3_file* f) {
+  delete reinterpret_cast<ShimFile*>(f)->view;
   int r = real(f)->pMethods ? flush(f) : SQLITE_OK;
   int c = real(f)->pMethods ? real(f)->pMethods->xClose(real(f)) : SQLITE_OK;
   sqlite3_free(real(f));
@@ -100,6 +108,8 @@ int shimClose(sqlite3_file* f) {
 int shimRead(sqlite3_file* f, void* p, int n, sqlite3_int64 at) {
   if (int r = fault(SQLITE_IOERR_READ, false)) return r;
   if (int r = flush(f)) return r;
+  if (JournalView* view = reinterpret_cast<ShimFile*>(f)->view)
+    return view->read(real(f), p, n, at);
   return real(f)->pMethods->xRead(real(f), p, n, at);
 }
 // Follows the journal header through a write that was let through.
@@ -157,17 +167,47 @@ int shimSync(sqlite3_file* f, int flags) {
 int shimFileSize(sqlite3_file* f, sqlite3_int64* size) {
   if (int r = fault(SQLITE_IOERR_FSTAT, false)) return r;
   if (int r = flush(f)) return r;
+  if (JournalView* view = reinterpret_cast<ShimFile*>(f)->view)
+    return view->fileSize(real(f), size);
   return real(f)->pMethods->xFileSize(real(f), size);
 }
-int shimLock(sqlite3_file* f, int l) { return real(f)->pMethods->xLock(real(f), l); }
+// A reader's shared lock starts a read transaction: that is when SQLite looks for a hot journal,
+// and when the view through one is taken. While the lock is held, no writer can roll the journal
+// back nor start a save of its own (either needs the file to itself).
+int shimLock(sqlite3_file* f, int l) {
+  int r = real(f)->pMethods->xLock(real(f), l);
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  if (r || l != SQLITE_LOCK_SHARED || !shim->journalName || shim->view) return r;
+  r = JournalView::open(gReal, shim->journalName, real(f), &shim->view);
+  if (r) {
+    real(f)->pMethods->xUnlock(real(f), SQLITE_LOCK_NONE);
+    return r;
+  }
+  shim->viewed = shim->viewed || shim->view;
+  return SQLITE_OK;
+}
 int shimUnlock(sqlite3_file* f, int l) {
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  if (l == SQLITE_LOCK_NONE) {
+    delete shim->view;
+    shim->view = nullptr;
+  }
   if (int r = flush(f)) return r;
   return real(f)->pMethods->xUnlock(real(f), l);
 }
 int shimCheckReserved(sqlite3_file* f, int* out) {
+  // Through a view the journal is read, not rolled back: to SQLite it belongs to a writer.
+  if (reinterpret_cast<ShimFile*>(f)->view) {
+    *out = 1;
+    return SQLITE_OK;
+  }
   return real(f)->pMethods->xCheckReservedLock(real(f), out);
 }
 int shimFileControl(sqlite3_file* f, int op, void* arg) {
+  if (op == kFileControlViewed) {
+    *static_cast<int*>(arg) = reinterpret_cast<ShimFile*>(f)->viewed;
+    return SQLITE_OK;
+  }
   if (int r = flush(f)) return r;
   return real(f)->pMethods->xFileControl(real(f), op, arg);
 }
@@ -181,6 +221,7 @@ int shimDeviceCharacteristics(sqlite3_file* f) {
 int shimFetch(sqlite3_file* f, sqlite3_int64 at, int n, void** p) {
   *p = nullptr;
   if (int r = fault(SQLITE_IOERR_READ, false)) return r;
+  if (reinterpret_cast<ShimFile*>(f)->view) return SQLITE_OK;  // pages come through xRead
   const sqlite3_io_methods* m = real(f)->pMethods;
   return m->iVersion >= 3 && m->xFetch ? m->xFetch(real(f), at, n, p) : SQLITE_OK;
 }
@@ -216,6 +257,11 @@ int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, in
   shim->base.pMethods = nullptr;
   shim->pending = nullptr;
   shim->pendingBytes = 0;
+  shim->view = nullptr;
+  shim->viewed = false;
+  shim->journalName = (flags & SQLITE_OPEN_MAIN_DB) && (flags & SQLITE_OPEN_READONLY)
+                          ? sqlite3_filename_journal(name)
+                          : nullptr;
   shim->journal = (flags & SQLITE_OPEN_MAIN_JOURNAL) != 0;
   shim->headerZeroed = false;
   std::memset(shim->header, 0, sizeof shim->header);
@@ -261,6 +307,8 @@ int shimCurrentTimeInt64(sqlite3_vfs*, sqlite3_int64* t) {
 }
 
 }  // namespace
+
+int countedCall(int ioerr, bool isWrite) { return fault(ioerr, isWrite); }
 
 void IoFaults::failAt(int64_t n, IoFaultKind kind, bool sticky) {
   FaultState& f = faults();

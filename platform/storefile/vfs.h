@@ -31,4 +31,8 @@ struct IoFaults {
 // The name under which the layer is registered with SQLite (registered on first use).
 const char* storeVfsName();
 
+// sqlite3_file_control opcode: writes 1 to the int argument when a reader's database file was
+// read through a hot journal since it was opened (journal_view.h), else 0.
+constexpr int kFileControlViewed = 0x5A4F0001;
+
 }  // namespace storefile

@@ -55,7 +55,8 @@ enum : int32_t {
   kVhdBound = -1112,         // the object is bound to a file already
   kVhdNoFile = -1113,        // no such file (open), or the file exists already (create)
   kVhdBusy = -1114,          // another writer, in this process or another, has the file open
-  kVhdReadOnly = -1115,      // the file was opened read-only: nothing may be written
+  kVhdReadOnly = -1115,      // the file was opened read-only, or this user may not write what
+                             // must be written (the journal of a save a crash interrupted)
   kVhdNotStoreFile = -1116,  // the file is not a store file, or of a format this code cannot read
   kVhdDamaged = -1117,       // the file is damaged: a checksum, a count or the database disagrees
   kVhdIoError = -1118,       // reading or writing the file failed (the disk, a full disk, a lock)

@@ -25,7 +25,6 @@ using namespace zelkor;
 
 namespace {
 
-constexpr int32_t kApplicationId = 0x5A4F5645;  // "ZOVE" in the database header (offset 68)
 // Segments average a few kilobytes: pages of 16 KiB hold several without overflow chains, and a
 // save of a few changed elements journals and rewrites few pages.
 constexpr int kPageSize = 16384;
@@ -35,12 +34,6 @@ size_t gParallelFrom = size_t(32) << 20;
 // Between saves the journal keeps at most this many bytes; a save that grew it past them trims it
 // after its commit.
 int64_t gJournalLimit = int64_t(4) << 20;
-
-const char* const kSchema =
-    "CREATE TABLE head (k INTEGER PRIMARY KEY, body BLOB NOT NULL);"
-    "CREATE TABLE seg (id INTEGER PRIMARY KEY, body BLOB NOT NULL);"
-    "CREATE TABLE rec (key INTEGER PRIMARY KEY, size INTEGER NOT NULL, sum INTEGER NOT NULL,"
-    " body BLOB NOT NULL);";
 
 // Files this process has open for writing, by device and inode. A second writer in the same
 // process must be refused before it opens a descriptor of its own: closing any descriptor of a
@@ -175,88 +168,6 @@ int32_t StoreDb::openDatabase(bool creating) {
       "; PRAGMA synchronous=EXTRA; PRAGMA cache_size=-32768;"
       " PRAGMA temp_store=MEMORY;";
   return exec(pragmas.c_str(), "vhdOpen");
-}
-
-int32_t StoreDb::create(const std::string& path, int32_t version) {
-  close();
-  readOnly_ = false;
-  struct stat st;
-  if (::stat(path.c_str(), &st) == 0) {
-    DebugLogf(kVhdLogLevel, "vhdCreate: %s: the file exists", path.c_str());
-    return kVhdNoFile;
-  }
-  path_ = path + ".new-" + std::to_string(getpid());
-  int fd = ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-  if (fd < 0) {
-    DebugLogf(kVhdLogLevel, "vhdCreate: %s: %s", path_.c_str(), strerror(errno));
-    return kVhdIoError;
-  }
-  finalPath_ = path;
-  if (int32_t r = lockForWriting(fd)) {
-    close();
-    return r;
-  }
-  Head h;
-  h.version = version;
-  std::vector<uint8_t> body = encodeHead(h);
-  int32_t r = openDatabase(true);
-  if (!r) {
-    std::string setup = "PRAGMA application_id=" + std::to_string(kApplicationId) +
-                        "; PRAGMA user_version=" + std::to_string(kFormat) + "; BEGIN;" + kSchema;
-    r = exec(setup.c_str(), "vhdCreate");
-  }
-  sqlite3_stmt* stmt = nullptr;
-  if (!r && !prepare(&stmt, "INSERT INTO head VALUES (1, ?)"))
-    r = fail(sqlite3_errcode(db_), "vhdCreate");
-  if (!r) {
-    sqlite3_bind_blob(stmt, 1, body.data(), int(body.size()), SQLITE_STATIC);
-    int rc = sqlite3_step(stmt);
-    if (rc != SQLITE_DONE) r = fail(rc, "vhdCreate");
-  }
-  sqlite3_finalize(stmt);
-  if (!r) r = exec("COMMIT;", "vhdCreate");
-  if (r) {
-    close();
-    return r;
-  }
-  head_ = h;
-  return 0;
-}
-
-int32_t StoreDb::publish() {
-  if (finalPath_.empty()) return 0;
-  closeDatabase();
-  // link refuses to replace a file that appeared meanwhile; the lock and the inode stay.
-  int32_t r = 0;
-  if (::link(path_.c_str(), finalPath_.c_str()) != 0) {
-    int e = errno;
-    DebugLogf(kVhdLogLevel, "vhdCreate: %s: %s", finalPath_.c_str(), strerror(e));
-    r = e == EEXIST ? kVhdNoFile : kVhdIoError;
-  }
-  if (r) {
-    close();
-    return r;
-  }
-  ::unlink(path_.c_str());
-  path_ = finalPath_;
-  finalPath_.clear();
-  // A journal left at this path belongs to no database now (the link found none): were it hot,
-  // the first writer would roll another store's pages into this one.
-  ::unlink((path_ + "-journal").c_str());
-  std::string folder = path_.substr(0, path_.find_last_of('/') + 1);
-  int dir = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir < 0 || ::fsync(dir) != 0) r = kVhdIoError;
-  if (dir >= 0) ::close(dir);
-  if (r) DebugLogf(kVhdLogLevel, "vhdCreate: %s: can't sync its folder", path_.c_str());
-  if (!r) r = openDatabase(false);
-  if (!r) r = readHead(&head_, "vhdCreate");
-  if (r) {
-    // A creation that answers a code leaves no file, even a complete one: the caller may try
-    // again at the same path.
-    ::unlink(path_.c_str());
-    close();
-  }
-  return r;
 }
 
 int32_t StoreDb::open(const std::string& path, bool readOnly) {
@@ -483,6 +394,17 @@ int32_t StoreDb::readRecord(int64_t key, int32_t size, uint64_t sum, fundra::TMe
 
 int32_t StoreDb::begin() {
   if (readOnly_) return kVhdReadOnly;
+  // The journal goes by the path: a writer whose file was moved or deleted would write it
+  // beside whatever file has the path now (the file layer checks again as it opens the journal).
+  struct stat st;
+  if (::stat(path_.c_str(), &st) != 0 || uint64_t(st.st_dev) != dev_ ||
+      uint64_t(st.st_ino) != ino_) {
+    DebugLogf(kVhdLogLevel,
+              "vhdSave: %s: the file was moved, replaced or deleted since it was opened; nothing "
+              "is saved, so that no other file's journal is written",
+              path_.c_str());
+    return kVhdNoFile;
+  }
   return exec("BEGIN IMMEDIATE;", "vhdSave");
 }
 

@@ -28,6 +28,8 @@ namespace storefile {
 
 class StoreDb {
  public:
+  static constexpr int32_t kApplicationId = 0x5A4F5645;  // "ZOVE" in the database header
+
   StoreDb() = default;
   ~StoreDb() { close(); }
   StoreDb(const StoreDb&) = delete;
@@ -99,6 +101,7 @@ class StoreDb {
 
  private:
   int32_t openDatabase(bool creating);
+  int32_t journalFree(int* lockFd);  // creation.cc
   void closeDatabase();
   int32_t lockForWriting(int fd);
   int32_t readHead(Head* out, const char* routine);

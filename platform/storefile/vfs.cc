@@ -6,7 +6,11 @@
 // journal is trimmed after the commit with a size query and a truncation).
 #include "platform/storefile/vfs.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -67,7 +71,12 @@ struct ShimFile {
   // save through the journal (journal_view.h) and tells SQLite the journal is not hot.
   const char* journalName;  // null for any other file
   JournalView* view;
-  bool viewed;       // a view was taken since the file was opened
+  bool viewed;  // a view was taken since the file was opened
+  // A writer's database: its path and what file it named at the open. A writer's journal: a
+  // descriptor holding a shared lock on it while it is open (creation.cc), or -1.
+  const char* dbName;
+  uint64_t dev, ino;
+  int journalLock;
   uint8_t* pending;  // gathered writes (null for files read only)
   sqlite3_int64 pendingAt;
   int pendingBytes;
@@ -99,6 +108,8 @@ int flush(sqlite3_file* f) {
 
 int shimClose(sqlite3_file* f) {
   delete reinterpret_cast<ShimFile*>(f)->view;
+  if (reinterpret_cast<ShimFile*>(f)->journalLock >= 0)
+    ::close(reinterpret_cast<ShimFile*>(f)->journalLock);
   int r = real(f)->pMethods ? flush(f) : SQLITE_OK;
   int c = real(f)->pMethods ? real(f)->pMethods->xClose(real(f)) : SQLITE_OK;
   sqlite3_free(real(f));
@@ -252,6 +263,17 @@ const sqlite3_io_methods kShimMethods = {
     .xUnfetch = shimUnfetch,
 };
 
+// A writer's journal goes by its database's path: it is opened only while that path still names
+// the file the writer opened, and it is locked (shared) while open, so that a new file made at
+// the path neither takes it for its own nor removes it under a save.
+bool journalBesideItsFile(sqlite3_filename name) {
+  auto* db = reinterpret_cast<ShimFile*>(sqlite3_database_file_object(name));
+  if (!db || db->base.pMethods != &kShimMethods || !db->dbName) return true;
+  struct stat st;
+  return ::stat(db->dbName, &st) == 0 && uint64_t(st.st_dev) == db->dev &&
+         uint64_t(st.st_ino) == db->ino;
+}
+
 int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, int* outFlags) {
   auto* shim = reinterpret_cast<ShimFile*>(f);
   shim->base.pMethods = nullptr;
@@ -262,17 +284,36 @@ int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, in
   shim->journalName = (flags & SQLITE_OPEN_MAIN_DB) && (flags & SQLITE_OPEN_READONLY)
                           ? sqlite3_filename_journal(name)
                           : nullptr;
+  shim->dbName = nullptr;
+  shim->journalLock = -1;
   shim->journal = (flags & SQLITE_OPEN_MAIN_JOURNAL) != 0;
+  bool writersJournal = shim->journal && (flags & SQLITE_OPEN_READWRITE);
+  if (writersJournal && !journalBesideItsFile(name)) return SQLITE_CANTOPEN;
   shim->headerZeroed = false;
   std::memset(shim->header, 0, sizeof shim->header);
   shim->real = static_cast<sqlite3_file*>(sqlite3_malloc(gReal->szOsFile));
   if (!shim->real) return SQLITE_NOMEM;
   shim->real->pMethods = nullptr;
   int r = gReal->xOpen(gReal, name, shim->real, flags, outFlags);
+  if (r == SQLITE_OK && writersJournal) {
+    shim->journalLock = ::open(name, O_RDONLY | O_CLOEXEC);
+    if (shim->journalLock >= 0 && ::flock(shim->journalLock, LOCK_SH | LOCK_NB) != 0) {
+      ::close(shim->journalLock);  // a new file at the path is removing it
+      shim->journalLock = -1;
+      r = SQLITE_CANTOPEN;
+    }
+  }
   if (r != SQLITE_OK) {
     if (shim->real->pMethods) shim->real->pMethods->xClose(shim->real);
     sqlite3_free(shim->real);
     return r;
+  }
+  struct stat st;
+  if ((flags & SQLITE_OPEN_MAIN_DB) && (flags & SQLITE_OPEN_READWRITE) && name &&
+      ::stat(name, &st) == 0) {
+    shim->dbName = name;
+    shim->dev = uint64_t(st.st_dev);
+    shim->ino = uint64_t(st.st_ino);
   }
   // Without the memory the file is simply written as SQLite writes it.
   if ((flags & (SQLITE_OPEN_MAIN_JOURNAL | SQLITE_OPEN_MAIN_DB)) && (flags & SQLITE_OPEN_READWRITE))

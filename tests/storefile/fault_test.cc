@@ -1,7 +1,10 @@
 // Failing file operations: every read, write, truncation and sync of a save or an open is made
 // to fail in turn, and the file must always hold exactly one of the saved states.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 
@@ -307,4 +310,59 @@ TEST(StoreFileFaults, AJournalLeftAtAPathIsNotTakenForANewStoreMadeThere) {
   EXPECT_EQ(modelOf(*spaceOf(w)), made.elements);
   EXPECT_EQ(send(w, kHTsv), 0);
   send(w, kDspo);
+}
+
+TEST(StoreFileFaults, ANewStoreLeavesTheJournalOfALiveSaveAndTheTemporariesOfLiveCreations) {
+  ScratchDir dir;
+  std::string path = dir.file("x.zst");
+  auto makeStore = [&](uint32_t seed, Model* made) {
+    Word n = newHandle();
+    send(n, kHNew, 0, 3);
+    std::mt19937 rng(seed);
+    for (int32_t e = 1; e <= 50; ++e) put(spaceOf(n), made, e, randomBytes(rng, 90));
+    int32_t r = vhdCreateFile(n, path);
+    send(n, kDspo);
+    return r;
+  };
+  // A crashed creation's temporary file and a live creator's (its lock held), both old.
+  std::string stale = path + ".new-" + std::to_string(getpid()), live = path + ".new-live00";
+  writeBytes(stale, {1});
+  writeBytes(live, {2});
+  int liveLock = open(live.c_str(), O_RDONLY);
+  ASSERT_EQ(flock(liveLock, LOCK_EX), 0);
+  for (const std::string& f : {stale, live})
+    std::filesystem::last_write_time(
+        f, std::filesystem::file_time_type::clock::now() - std::chrono::minutes(5));
+  Model first;
+  ASSERT_EQ(makeStore(1, &first), 0);
+  EXPECT_FALSE(std::filesystem::exists(stale));
+  EXPECT_TRUE(std::filesystem::exists(live));
+  close(liveLock);
+
+  // A writer saves once (its journal stays), then its file is deleted and a new one made there.
+  int32_t code = 0;
+  Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
+  ASSERT_EQ(code, 0);
+  put(spaceOf(w), &first, 60, {7});
+  ASSERT_EQ(send(w, kHChg), 0);
+  std::filesystem::remove(path);
+  // While the journal is open in a save (its lock held), no new store is made at the path.
+  int journalLock = open((path + "-journal").c_str(), O_RDONLY);
+  ASSERT_EQ(flock(journalLock, LOCK_SH), 0);
+  zelkor::LogCapture log;
+  Model second;
+  EXPECT_EQ(makeStore(2, &second), kVhdBusy);
+  EXPECT_FALSE(std::filesystem::exists(path));
+  close(journalLock);
+  second.clear();
+  ASSERT_EQ(makeStore(2, &second), 0);
+  // The writer of the deleted file saves nothing more: its journal would lie beside the new one.
+  put(spaceOf(w), &first, 61, {8});
+  EXPECT_EQ(send(w, kHChg), kVhdNoFile);
+  EXPECT_FALSE(std::filesystem::exists(path + "-journal"));
+  send(w, kDspo);
+  Word again = openStore(path, VhdOpenMode::kReadWrite, &code);
+  ASSERT_EQ(code, 0);
+  EXPECT_EQ(modelOf(*spaceOf(again)), second);
+  send(again, kDspo);
 }

@@ -35,6 +35,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
@@ -55,7 +56,9 @@ int32_t exchangeExport(const fundra::ElementSpace& space, int32_t dl, fundra::TM
 // Reads a stream into dl: the top record replaces dl's bytes, every other record becomes a new
 // element. References to index 1 name dl itself. The kept flag of every imported DL is cleared
 // and dl keeps its own. Answers 0, -1 for fewer than 8 bytes, the persist check's code,
-// kBadStream, or the space's code when an element cannot be made (nothing is changed then).
-int32_t exchangeImport(fundra::ElementSpace* space, int32_t dl, const uint8_t* bytes, int32_t size);
+// kBadStream (with "at byte N: what was wrong" in *why when given), or the space's code when an
+// element cannot be made (nothing is changed then).
+int32_t exchangeImport(fundra::ElementSpace* space, int32_t dl, const uint8_t* bytes, int32_t size,
+                       std::string* why = nullptr);
 
 }  // namespace zove

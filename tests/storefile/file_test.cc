@@ -244,8 +244,12 @@ TEST(StoreFile, RecordFileAnswersItsProtocol) {
   EXPECT_EQ(send(file, kHEId, kTVhd, 3), 0);
   EXPECT_EQ(send(file, kHCId, fc("Othr")), 1);
 
-  // Removing detaches; reading hands out an attached copy the caller owns.
+  // Removing detaches, and the ids asked for again leave the record out; reading hands out an
+  // attached copy the caller owns.
   EXPECT_EQ(send(file, kHRmv, kTVhd, 3), 0);
+  EXPECT_EQ(send(file, kHCId, kTVhd), 1);
+  EXPECT_EQ(send(file, kHEId, kTVhd, 1), 7);
+  EXPECT_EQ(send(file, kHEId, kTVhd, 2), 0);
   EXPECT_EQ(send(file, kHWrt, &b), kVhdNotAttached);
   EXPECT_EQ(send(file, kHRmv, kTVhd, 3), kVhdNoRecord);
   fundra::TMemory* read = nullptr;
@@ -380,4 +384,20 @@ TEST(StoreFile, FilesThatAreNotStoreFilesAreRefused) {
   sqlite3_exec(db, "CREATE TABLE t (x); INSERT INTO t VALUES (1);", nullptr, nullptr, nullptr);
   sqlite3_close(db);
   EXPECT_EQ(refused(dir.file("other.db")), kVhdNotStoreFile);
+
+  // A store file whose segment row was damaged opens, and its load is refused: HGtH answers
+  // the code and leaves no space in its out argument.
+  Model model;
+  Word h = createStore(dir.file("damaged.zst"), &model, 20, 9);
+  send(h, kDspo);
+  sqlite3_open(dir.file("damaged.zst").c_str(), &db);
+  sqlite3_exec(db, "UPDATE seg SET body = zeroblob(40) WHERE id = 0;", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  Word reader = newHandle();
+  ASSERT_EQ(vhdOpenFile(reader, dir.file("damaged.zst"), VhdOpenMode::kReadOnly), 0);
+  auto* space = reinterpret_cast<fundra::ElementSpace*>(&model);  // any pointer but null
+  zelkor::LogCapture quiet;
+  EXPECT_EQ(send(reader, kHGtH, &space), kVhdDamaged);
+  EXPECT_EQ(space, nullptr);
+  send(reader, kDspo);
 }

@@ -5,6 +5,8 @@
 # make format reformats the sources with the repository's .clang-format
 
 JOBS ?= $(shell nproc)
+# The builds run make below this one: without this, every level says which folder it enters.
+MAKEFLAGS += --no-print-directory
 RELEASE := build/release
 ASAN := build/asan
 FUZZ := build/fuzz
@@ -23,6 +25,7 @@ $(ASAN)/CMakeCache.txt:
 run: setup $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS) --target zove_cli zove
 	$(RELEASE)/tools/zove/zove demo
+	@echo "zove is $(RELEASE)/tools/zove/zove; to call it by name: export PATH=\"$$PWD/$(RELEASE)/tools/zove:\$$PATH\""
 
 test: setup $(ASAN)/CMakeCache.txt
 	cmake --build $(ASAN) -j $(JOBS)

@@ -175,8 +175,12 @@ int32_t StoreDb::open(const std::string& path, bool readOnly) {
   path_ = path;
   readOnly_ = readOnly;
   struct stat st;
-  if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
-    DebugLogf(kVhdLogLevel, "vhdOpen: %s: no such store file", path.c_str());
+  const char* why = ::stat(path.c_str(), &st) != 0 ? strerror(errno)
+                    : S_ISDIR(st.st_mode)          ? "a folder, not a store file"
+                    : !S_ISREG(st.st_mode)         ? "not a regular file"
+                                                   : nullptr;
+  if (why) {
+    DebugLogf(kVhdLogLevel, "vhdOpen: %s: %s", path.c_str(), why);
     return kVhdNoFile;
   }
   if (!readOnly) {

@@ -150,7 +150,7 @@ bool Parser::walk() {
     return at;
   };
 
-  Frame f;
+  Frame f{};
   // Takes the next record as a DL record, checks its header is one this store could have
   // written and makes it the current DL.
   auto openDL = [&]() __attribute__((always_inline))->bool {

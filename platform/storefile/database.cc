@@ -400,8 +400,10 @@ int32_t StoreDb::begin() {
   if (readOnly_) return kVhdReadOnly;
   // The journal goes by the path: a writer whose file was moved or deleted would write it
   // beside whatever file has the path now (the file layer checks again as it opens the journal).
+  // SQLite's own full name of the file: the one its journal's name is made from.
+  const char* name = sqlite3_db_filename(db_, "main");
   struct stat st;
-  if (::stat(path_.c_str(), &st) != 0 || uint64_t(st.st_dev) != dev_ ||
+  if (!name || ::stat(name, &st) != 0 || uint64_t(st.st_dev) != dev_ ||
       uint64_t(st.st_ino) != ino_) {
     DebugLogf(kVhdLogLevel,
               "vhdSave: %s: the file was moved, replaced or deleted since it was opened; nothing "

@@ -115,7 +115,7 @@ std::string readStream(const std::string& path, fundra::TMemory* stream) {
     }
     return done;
   };
-  std::vector<uint8_t> bytes(size_t(fundra::kPersistBytes));
+  std::vector<uint8_t> bytes(static_cast<size_t>(fundra::kPersistBytes));
   std::string why;
   if (readFully(bytes.data(), bytes.size()) != bytes.size()) {
     why = "too short for the header of an exchange stream";

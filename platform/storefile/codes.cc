@@ -11,7 +11,9 @@ constexpr zelkor::CodeInfo kCodes[] = {
      "the value handle holds no element space and has no file to load it from"},
     {kVhdNotVhd, "kVhdNotVhd", "the object is not a value handle"},
     {kVhdBound, "kVhdBound", "the value handle is bound to a file already"},
-    {kVhdNoFile, "kVhdNoFile", "no such file (open), or the file exists already (create)"},
+    {kVhdNoFile, "kVhdNoFile",
+     "no such file (open), the file exists already (create), or it was moved or deleted since "
+     "it was opened (save)"},
     {kVhdBusy, "kVhdBusy", "another writer, in this process or another, has the file open"},
     {kVhdReadOnly, "kVhdReadOnly",
      "the file was opened read-only, or this user may not write what must be written"},

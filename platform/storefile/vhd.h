@@ -53,7 +53,8 @@ enum : int32_t {
   kVhdNoValue = -1110,       // the object holds no element space and has no file to load it from
   kVhdNotVhd = -1111,        // the object is not a value handle (not derived from `@vhd`)
   kVhdBound = -1112,         // the object is bound to a file already
-  kVhdNoFile = -1113,        // no such file (open), or the file exists already (create)
+  kVhdNoFile = -1113,        // no such file (open), the file exists already (create), or the
+                             // file was moved or deleted since it was opened (save)
   kVhdBusy = -1114,          // another writer, in this process or another, has the file open
   kVhdReadOnly = -1115,      // the file was opened read-only, or this user may not write what
                              // must be written (the journal of a save a crash interrupted)

@@ -6,6 +6,8 @@
 # make format reformats the sources with the repository's .clang-format
 
 JOBS ?= $(shell nproc)
+# The builds run make below this one: without this, every level says which folder it enters.
+MAKEFLAGS += --no-print-directory
 RELEASE := build/release
 ASAN := build/asan
 TSAN := build/tsan
@@ -28,6 +30,7 @@ $(TSAN)/CMakeCache.txt:
 run: setup $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS) --target zove_cli zove
 	$(RELEASE)/tools/zove/zove demo
+	@echo "zove is $(RELEASE)/tools/zove/zove; to call it by name: export PATH=\"$$PWD/$(RELEASE)/tools/zove:\$$PATH\""
 
 test: setup $(ASAN)/CMakeCache.txt $(TSAN)/CMakeCache.txt
 	cmake --build $(ASAN) -j $(JOBS)

@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libsqlite3-dev liblua5.4-dev libicu-dev
   clang libclang-rt-14-dev clang-format
+  graphviz
 )
 
 missing=()

@@ -248,7 +248,11 @@ Word zoveImport(Object* self, const Msg& m) {
     return kWrongKind;
   }
   if (int32_t r = zoveOpenDL(self, dl, &v); r != 0) return r;
-  return exchangeImport(d->space, dl, memory->MemPtr(), memory->GetSize());
+  std::string why;
+  int32_t r = exchangeImport(d->space, dl, memory->MemPtr(), memory->GetSize(), &why);
+  if (r == kBadStream)
+    zelkor::DebugLogf(kLogFault, "zoveImport: DL %~d: stream refused %s", dl, why.c_str());
+  return r;
 }
 
 }  // namespace zove

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -59,8 +60,11 @@ class Parser {
  public:
   Parser(const uint8_t* bytes, int32_t size) : bytes_(bytes), end_(size) {}
 
-  // Answers 0 with kinds(), sizes(), lists() and indices() filled, or kBadStream.
+  // Answers 0 with kinds(), sizes(), lists() and indices() filled, or kBadStream with what was
+  // wrong in why() and its byte in at().
   int32_t run();
+  const char* why() const { return why_; }
+  int32_t at() const { return at_; }
   // Every record's kind and byte count, in stream order.
   const Scratch<RecKind>& kinds() const { return kinds_; }
   const Scratch<int32_t>& sizes() const { return sizes_; }
@@ -83,7 +87,16 @@ class Parser {
   };
 
   bool walk();
+  // Notes what was wrong, and where; answers false. Off the path of sound streams.
+  __attribute__((cold, noinline)) bool refuse(const char* why, const uint8_t* at) {
+    why_ = why;
+    at_ = int32_t(at - bytes_);
+    return false;
+  }
+  bool refuseHeader(const uint8_t* at);
 
+  const char* why_ = nullptr;
+  int32_t at_ = 0;
   const uint8_t* bytes_;
   int32_t end_;
   int32_t pos_ = fundra::kPersistBytes;
@@ -110,9 +123,15 @@ bool Parser::walk() {
   // Takes the next record: answers its bytes and sets size, or null when its count reaches past
   // the end. Stream words are copied out, never cast: records follow each other unpadded.
   auto take = [&](RecKind kind, int32_t * size) __attribute__((always_inline))->const uint8_t* {
-    if (end_ - pos < 4) return nullptr;
+    if (end_ - pos < 4) {
+      refuse("the stream ends inside a record's byte count", bytes + pos);
+      return nullptr;
+    }
     uint32_t n = streamWord(bytes + pos);
-    if (n > uint32_t(end_ - pos - 4)) return nullptr;
+    if (n > uint32_t(end_ - pos - 4)) {
+      refuse("a record's byte count reaches past the end of the stream", bytes + pos);
+      return nullptr;
+    }
     const uint8_t* at = bytes + pos + 4;
     pos += 4 + int32_t(n);
     if (records == cap) {
@@ -131,13 +150,14 @@ bool Parser::walk() {
     return at;
   };
 
-  Frame f;
+  Frame f{};
   // Takes the next record as a DL record, checks its header is one this store could have
   // written and makes it the current DL.
   auto openDL = [&]() __attribute__((always_inline))->bool {
     int32_t size;
     const uint8_t* at = take(RecKind::kDL, &size);
-    if (!at || size < kHeadBytes) return false;
+    if (!at) return false;
+    if (size < kHeadBytes) return refuse("a DL record shorter than a DL header", at);
     static_assert(offsetof(DLHead, flags) == 4 && offsetof(DLHead, reserved) == 6 &&
                   offsetof(DLHead, owner) == 8 && offsetof(DLHead, dataSize) == 12 &&
                   offsetof(DLHead, count) == 16);
@@ -148,15 +168,17 @@ bool Parser::walk() {
         (flagsWord & ~uint32_t(kSharedFlag | kInvisibleFlag | kKeptFlag)) ||
         streamWord(at + 8) != 0 || dataSize < 0 || dataSize % 4 != 0 || count < 0 ||
         int64_t(kHeadBytes) + dataSize + int64_t(kItemBytes) * count > size)
-      return false;
+      return refuseHeader(at);
     // A printable key is above INT32_MIN, so the first key passes the order test.
     f = Frame{at + kHeadBytes + dataSize, nullptr, int32_t(records) - 1, count, 0, INT32_MIN, 0, 0};
     return true;
   };
   // A reference to a DL by index: one read already, or the next record.
-  auto refer = [&](int32_t index) __attribute__((always_inline))->bool {
-    if (uint32_t(index) - 1 < known - 1) return indexKinds[index] == RecKind::kDL;
-    if (uint32_t(index) != known) return false;
+  auto refer = [&](int32_t index, const uint8_t* from) __attribute__((always_inline))->bool {
+    if (uint32_t(index) - 1 < known - 1)
+      return indexKinds[index] == RecKind::kDL || refuse("a reference names a blob record", from);
+    if (uint32_t(index) != known)
+      return refuse("a reference names no record read before and not the next one", from);
     stack_.push_back(f);
     return openDL();
   };
@@ -171,7 +193,7 @@ bool Parser::walk() {
       }
       int32_t e = int32_t(streamWord(f.list + 4 * f.elem));
       ++f.elem;
-      ok = refer(e);
+      ok = refer(e, f.list + 4 * (f.elem - 1));
       continue;
     }
     if (f.item == f.count) {
@@ -184,25 +206,31 @@ bool Parser::walk() {
     const uint8_t* item = f.items + kItemBytes * f.item;
     int32_t ref = int32_t(streamWord(item));
     uint32_t key = streamWord(item + 8);
-    if (!isPrintableCode(key) || f.key >= int32_t(key)) return false;
+    if (!isPrintableCode(key)) return refuse("a key outside 32..126", item + 8);
+    if (f.key >= int32_t(key))
+      return refuse("a key that repeats the one before or sorts before it", item + 8);
     f.key = int32_t(key);
     uint32_t type = typeOf(streamWord(item + 4));
     int32_t size = 0;
     if (ref <= 0) {
-      ok = typeOf(ref) == kImmediate;
+      ok = typeOf(ref) == kImmediate ||
+           refuse("an item of a value type other than an immediate value", item);
       ++f.item;
     } else if (type == kBlob) {
-      ok = uint32_t(ref) == known && take(RecKind::kBlob, &size);
+      ok = (uint32_t(ref) == known ||
+            refuse("a blob item whose index is not the next record's", item)) &&
+           take(RecKind::kBlob, &size);
       ++f.item;
     } else if (isListType(type)) {
       f.list = take(RecKind::kList, &size);
-      ok = f.list && size % 4 == 0;
+      ok = f.list && (size % 4 == 0 || refuse("a list record that is not whole words", f.list));
       lists_.push_back(ListRec{f.rec, f.item});
       f.elems = size / 4;
       f.elem = 0;
     } else {
       ++f.item;
-      ok = isKnownRefType(type) && refer(ref);
+      ok = (isKnownRefType(type) || refuse("an item of a kind the store does not know", item)) &&
+           refer(ref, item);
     }
   }
   kinds_.resize(records);
@@ -220,7 +248,22 @@ int32_t Parser::run() {
   sizes_.resize(guess);
   indexKinds_.resize(guess + 1);
   if (!walk()) return kBadStream;
-  return pos_ == end_ ? 0 : kBadStream;
+  if (pos_ != end_) return refuse("bytes after the last record", bytes_ + pos_), kBadStream;
+  return 0;
+}
+
+// Which of the header's tests failed, for the refusal.
+bool Parser::refuseHeader(const uint8_t* at) {
+  uint32_t flagsWord = streamWord(at + 4);
+  int32_t dataSize = int32_t(streamWord(at + 12)), count = int32_t(streamWord(at + 16));
+  if (!isPrintableCode(streamWord(at))) return refuse("a uType outside 32..126", at);
+  if (flagsWord & ~uint32_t(kSharedFlag | kInvisibleFlag | kKeptFlag))
+    return refuse("flag or reserved bits set that no DL has", at + 4);
+  if (streamWord(at + 8) != 0) return refuse("an owner word that is not 0", at + 8);
+  if (dataSize < 0 || dataSize % 4 != 0)
+    return refuse("a data size that is not a whole number of words", at + 12);
+  if (count < 0) return refuse("a negative item count", at + 16);
+  return refuse("a DL record too short for its data area and items", at + 16);
 }
 
 // Turns the parsed records into elements; see the pass description at the top.
@@ -278,8 +321,8 @@ int32_t build(fundra::ElementSpace* space, int32_t target, const uint8_t* bytes,
 
 }  // namespace
 
-int32_t exchangeImport(fundra::ElementSpace* space, int32_t dl, const uint8_t* bytes,
-                       int32_t size) {
+int32_t exchangeImport(fundra::ElementSpace* space, int32_t dl, const uint8_t* bytes, int32_t size,
+                       std::string* why) {
   DLView v;
   if (int32_t r = dlOpen(space, dl, &v); r != 0) return r;
   if (size < fundra::kPersistBytes) return -1;
@@ -287,7 +330,10 @@ int32_t exchangeImport(fundra::ElementSpace* space, int32_t dl, const uint8_t* b
       r != 0)
     return r;
   Parser parser(bytes, size);
-  if (int32_t r = parser.run(); r != 0) return r;
+  if (int32_t r = parser.run(); r != 0) {
+    if (why) *why = "at byte " + std::to_string(parser.at()) + ": " + parser.why();
+    return r;
+  }
   return build(space, dl, bytes, parser);
 }
 

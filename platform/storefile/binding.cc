@@ -9,7 +9,12 @@
 //     were, so the next save writes everything again.
 //   - The first save into a new file writes every segment, whatever the space handed over
 //     before (the space may come from another file). It is made under a temporary name without
-//     a journal and gets its name only once complete (StoreDb::publish).
+//     a journal and gets its name only once complete (StoreDb::publish). So is the first save
+//     after HNew gave a bound object another space.
+//   - A save answers what the file holds: a call after the commit point (the journal's trim)
+//     can fail although the file holds the new save, so after any failure the file's head is
+//     read back. When it cannot be read, the binding is unsettled and the next save reads it
+//     first; if the failed save had reached the file, that save starts from it.
 #include "platform/storefile/binding.h"
 
 #include <algorithm>
@@ -34,6 +39,7 @@ struct VhdBinding {
   storefile::RecordFile records;
   Word fileObject = 0;
   bool fullSave = false;            // the next save writes every segment
+  bool unsettled = false;           // a failed save may or may not have reached the file
   std::vector<uint64_t> segChecks;  // by segment id: the check of its saved row, 0 for none
 };
 
@@ -56,10 +62,44 @@ int32_t bindingLoad(VhdBinding* b, fundra::ElementSpace** space) {
   return 0;
 }
 
+namespace {
+
+bool sameHead(const Head& a, const Head& b) { return encodeHead(a) == encodeHead(b); }
+
+// Before a save when the last one failed without learning whether it reached the file: reads
+// the file's head; if it is not the one last saved, the file holds the failed save, and this
+// save starts from what it holds. Answers 0 or the code of the read.
+int32_t settle(VhdBinding* b) {
+  Head disk;
+  if (int32_t r = b->db.headOnDisk(&disk)) return r;
+  if (!sameHead(disk, b->db.head())) {
+    std::map<int64_t, RecordInfo> index;
+    if (int32_t r = b->db.recordIndex([&index](int64_t key, int32_t size, uint64_t sum) {
+          index[key] = {size, sum};
+        }))
+      return r;
+    DebugLogf(kVhdLogLevel, "vhdSave: %s: the save that failed had reached the file",
+              b->db.path().c_str());
+    b->db.adoptHead(disk);
+    b->records.rebase(std::move(index), disk.nextId);
+    b->fullSave = true;
+  }
+  b->unsettled = false;
+  return 0;
+}
+
+}  // namespace
+
 int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
   if (b->db.readOnly()) {
     DebugLogf(kVhdLogLevel, "vhdSave: %s: open read-only", b->db.path().c_str());
     return kVhdReadOnly;
+  }
+  if (b->unsettled) {
+    if (int32_t r = settle(b)) {
+      DebugLogf(kVhdLogLevel, "vhdSave: %s: save failed, %E", b->db.path().c_str(), r);
+      return r;
+    }
   }
   fundra::LmDelta delta = space->LmChanges();
   std::vector<int32_t> segs;
@@ -79,6 +119,11 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
   storefile::Head head = b->db.head();
   head.saves++;
   head.liveCount = space->LmLiveCount();
+  // A full save rewrites or deletes every row there is, so its digest starts afresh.
+  if (b->fullSave) {
+    head.segmentDigest = 0;
+    head.segmentCount = 0;
+  }
   // The new checks are kept apart until the commit: a failed save must leave segChecks as the
   // file has them.
   std::vector<std::pair<int32_t, uint64_t>> checks;
@@ -111,7 +156,7 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
     const Encoded* e;
     while ((e = encoded.Next()) != nullptr) {
       uint64_t old = size_t(e->s) < b->segChecks.size() ? b->segChecks[size_t(e->s)] : 0;
-      if (old) {
+      if (old && !b->fullSave) {
         head.segmentDigest -= storefile::segmentDigest(e->s, old);
         head.segmentCount--;
       }
@@ -127,12 +172,23 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
   if (!r) r = b->records.writeChanges(&head);
   if (!r) r = b->db.commit(head);
   if (r) {
-    b->db.rollback();
-    DebugLogf(kVhdLogLevel, "vhdSave: %s: save failed, %E", b->db.path().c_str(), r);
-    return r;
+    Head disk;
+    int32_t seen = b->db.headOnDisk(&disk);
+    if (seen == 0 && sameHead(disk, head)) {
+      DebugLogf(kVhdLogLevel, "vhdSave: %s: %E after the commit; the file holds this save",
+                b->db.path().c_str(), r);
+      b->db.adoptHead(head);
+      r = 0;
+    } else {
+      // Anything but the last save's head (or no head at all) leaves the outcome open.
+      b->unsettled = seen != 0 || !sameHead(disk, b->db.head());
+      DebugLogf(kVhdLogLevel, "vhdSave: %s: save failed, %E", b->db.path().c_str(), r);
+      return r;
+    }
   }
   space->LmHandedOver();
   b->records.saved();
+  if (b->fullSave) b->segChecks.clear();
   for (const auto& [s, check] : checks) {
     if (size_t(s) >= b->segChecks.size()) b->segChecks.resize(size_t(s) + 1, 0);
     b->segChecks[size_t(s)] = check;
@@ -141,13 +197,45 @@ int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space) {
   return 0;
 }
 
+void bindingSpaceReplaced(VhdBinding* b) { b->fullSave = true; }
+
 int32_t bindingCheck(VhdBinding* b) {
   std::vector<std::string> found = b->records.check(b->db.head());
   std::string why;
   if (b->db.quickCheck(&why)) found.push_back("database: " + why);
+  // The file's head and record rows against the ones this binding loaded or saved last.
+  Head disk;
+  std::map<int64_t, RecordInfo> rows;
+  int32_t r = b->db.headOnDisk(&disk);
+  if (!r)
+    r = b->db.recordIndex([&rows](int64_t key, int32_t size, uint64_t sum) {
+      rows[key] = {size, sum};
+    });
+  bool stale = false;
+  if (r) {
+    found.push_back("the file's head and records cannot be read");
+  } else if (!sameHead(disk, b->db.head())) {
+    stale = b->db.readOnly();
+    found.push_back(stale ? "the file was saved by a writer since this reader loaded it (" +
+                                std::to_string(b->db.head().saves) + " saves then, " +
+                                std::to_string(disk.saves) + " now)"
+                          : "the file's head is not the one last saved");
+  } else {
+    const std::map<int64_t, RecordInfo>& saved = b->records.committed();
+    for (const auto& [key, info] : rows) {
+      auto s = saved.find(key);
+      if (s == saved.end())
+        found.push_back("record " + recordName(key) + " is in the file but was not saved");
+      else if (s->second.size != info.size || s->second.sum != info.sum)
+        found.push_back("record " + recordName(key) + " differs from the one saved");
+    }
+    for (const auto& [key, info] : saved)
+      if (!rows.count(key)) found.push_back("record " + recordName(key) + " is missing");
+  }
   for (const std::string& f : found)
     DebugLogf(kVhdLogLevel, "vhdTest: %s: %s", b->db.path().c_str(), f.c_str());
-  return found.empty() ? 0 : kVhdDamaged;
+  if (found.empty()) return 0;
+  return stale && found.size() == 1 ? kVhdStale : kVhdDamaged;
 }
 
 Word bindingFileObject(VhdBinding* b) { return b->fileObject; }

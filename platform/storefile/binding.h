@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "platform/storefile/names.h"
 #include "platform/fundra/space.h"
+#include "platform/storefile/names.h"
 #include "platform/zelkor/word.h"
 
 namespace storefile {
@@ -17,6 +17,9 @@ struct VhdBinding;
 int32_t bindingLoad(VhdBinding* b, fundra::ElementSpace** space);
 // Saves what changed since the last save in one transaction. kVhdReadOnly for a read-only file.
 int32_t bindingSave(VhdBinding* b, fundra::ElementSpace* space);
+// The object was given another space (HNew) while bound: the next save writes every segment and
+// drops the rows of the space before.
+void bindingSpaceReplaced(VhdBinding* b);
 // Integrity of the binding: the record file's invariants and the database's structure check.
 int32_t bindingCheck(VhdBinding* b);
 Word bindingFileObject(VhdBinding* b);

@@ -14,10 +14,10 @@
 #include <set>
 #include <utility>
 
-#include "platform/zelkor/log.h"
-#include "platform/storefile/vhd.h"
 #include "platform/storefile/rows.h"
 #include "platform/storefile/vfs.h"
+#include "platform/storefile/vhd.h"
+#include "platform/zelkor/log.h"
 
 namespace storefile {
 
@@ -25,19 +25,15 @@ using namespace zelkor;
 
 namespace {
 
-constexpr int32_t kApplicationId = 0x5A4F5645;  // "ZOVE" in the database header (offset 68)
 // Segments average a few kilobytes: pages of 16 KiB hold several without overflow chains, and a
 // save of a few changed elements journals and rewrites few pages.
 constexpr int kPageSize = 16384;
 constexpr int kBusyMs = 2000;
 // Smaller loads and saves do their work on one thread: a second costs more than it would save.
 size_t gParallelFrom = size_t(32) << 20;
-
-const char* const kSchema =
-    "CREATE TABLE head (k INTEGER PRIMARY KEY, body BLOB NOT NULL);"
-    "CREATE TABLE seg (id INTEGER PRIMARY KEY, body BLOB NOT NULL);"
-    "CREATE TABLE rec (key INTEGER PRIMARY KEY, size INTEGER NOT NULL, sum INTEGER NOT NULL,"
-    " body BLOB NOT NULL);";
+// Between saves the journal keeps at most this many bytes; a save that grew it past them trims it
+// after its commit.
+int64_t gJournalLimit = int64_t(4) << 20;
 
 // Files this process has open for writing, by device and inode. A second writer in the same
 // process must be refused before it opens a descriptor of its own: closing any descriptor of a
@@ -66,7 +62,7 @@ int32_t codeOf(int rc) {
     case SQLITE_LOCKED:
       return kVhdBusy;
     case SQLITE_READONLY:
-      return rc == SQLITE_READONLY_ROLLBACK ? kVhdBusy : kVhdReadOnly;
+      return kVhdReadOnly;
     case SQLITE_IOERR:
     case SQLITE_FULL:
     case SQLITE_CANTOPEN:
@@ -83,6 +79,20 @@ int32_t codeOf(int rc) {
 int32_t StoreDb::fail(int rc, const char* routine) {
   int32_t code = codeOf(rc);
   if (!code) code = kVhdDamaged;
+  // A journal left hot by a crash that this user cannot read (a reader) or write (a writer):
+  // the last save is there, but only a user who may write the journal can roll it back.
+  std::string journal = path_ + "-journal";
+  if ((rc == SQLITE_READONLY_ROLLBACK || (rc & 0xFF) == SQLITE_CANTOPEN) &&
+      ::access(journal.c_str(), F_OK) == 0 &&
+      ::access(journal.c_str(), readOnly_ ? R_OK : R_OK | W_OK) != 0) {
+    DebugLogf(kVhdLogLevel,
+              "%s: %s: a save was interrupted, and this user may not %s its journal %s (%s); a "
+              "user who may write the journal rolls it back by opening the file for writing "
+              "once: zove recover %s",
+              routine, path_.c_str(), readOnly_ ? "read" : "write", journal.c_str(),
+              strerror(errno), path_.c_str());
+    return kVhdReadOnly;
+  }
   DebugLogf(kVhdLogLevel, "%s: %s: %s (%d)", routine, path_.c_str(),
             db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc), rc);
   return code;
@@ -153,93 +163,11 @@ int32_t StoreDb::openDatabase(bool creating) {
                           " PRAGMA cache_size=-8192; PRAGMA temp_store=MEMORY;";
     return exec(pragmas.c_str(), "vhdCreate");
   }
-  return exec(
-      "PRAGMA journal_mode=PERSIST; PRAGMA journal_size_limit=4194304;"
-      " PRAGMA synchronous=EXTRA; PRAGMA cache_size=-32768;"
-      "PRAGMA temp_store=MEMORY;",
-      "vhdOpen");
-}
-
-int32_t StoreDb::create(const std::string& path, int32_t version) {
-  close();
-  readOnly_ = false;
-  struct stat st;
-  if (::stat(path.c_str(), &st) == 0) {
-    DebugLogf(kVhdLogLevel, "vhdCreate: %s: the file exists", path.c_str());
-    return kVhdNoFile;
-  }
-  path_ = path + ".new-" + std::to_string(getpid());
-  int fd = ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-  if (fd < 0) {
-    DebugLogf(kVhdLogLevel, "vhdCreate: %s: %s", path_.c_str(), strerror(errno));
-    return kVhdIoError;
-  }
-  finalPath_ = path;
-  if (int32_t r = lockForWriting(fd)) {
-    close();
-    return r;
-  }
-  Head h;
-  h.version = version;
-  std::vector<uint8_t> body = encodeHead(h);
-  int32_t r = openDatabase(true);
-  if (!r) {
-    std::string setup = "PRAGMA application_id=" + std::to_string(kApplicationId) +
-                        "; PRAGMA user_version=" + std::to_string(kFormat) + "; BEGIN;" + kSchema;
-    r = exec(setup.c_str(), "vhdCreate");
-  }
-  sqlite3_stmt* stmt = nullptr;
-  if (!r && !prepare(&stmt, "INSERT INTO head VALUES (1, ?)"))
-    r = fail(sqlite3_errcode(db_), "vhdCreate");
-  if (!r) {
-    sqlite3_bind_blob(stmt, 1, body.data(), int(body.size()), SQLITE_STATIC);
-    int rc = sqlite3_step(stmt);
-    if (rc != SQLITE_DONE) r = fail(rc, "vhdCreate");
-  }
-  sqlite3_finalize(stmt);
-  if (!r) r = exec("COMMIT;", "vhdCreate");
-  if (r) {
-    close();
-    return r;
-  }
-  head_ = h;
-  return 0;
-}
-
-int32_t StoreDb::publish() {
-  if (finalPath_.empty()) return 0;
-  closeDatabase();
-  // link refuses to replace a file that appeared meanwhile; the lock and the inode stay.
-  int32_t r = 0;
-  if (::link(path_.c_str(), finalPath_.c_str()) != 0) {
-    int e = errno;
-    DebugLogf(kVhdLogLevel, "vhdCreate: %s: %s", finalPath_.c_str(), strerror(e));
-    r = e == EEXIST ? kVhdNoFile : kVhdIoError;
-  }
-  if (r) {
-    close();
-    return r;
-  }
-  ::unlink(path_.c_str());
-  path_ = finalPath_;
-  finalPath_.clear();
-  // A journal left at this path belongs to no database now (the link found none): were it hot,
-  // the first writer would roll another store's pages into this one.
-  ::unlink((path_ + "-journal").c_str());
-  std::string folder = path_.substr(0, path_.find_last_of('/') + 1);
-  int dir = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir < 0 || ::fsync(dir) != 0) r = kVhdIoError;
-  if (dir >= 0) ::close(dir);
-  if (r) DebugLogf(kVhdLogLevel, "vhdCreate: %s: can't sync its folder", path_.c_str());
-  if (!r) r = openDatabase(false);
-  if (!r) r = readHead();
-  if (r) {
-    // A creation that answers a code leaves no file, even a complete one: the caller may try
-    // again at the same path.
-    ::unlink(path_.c_str());
-    close();
-  }
-  return r;
+  std::string pragmas =
+      "PRAGMA journal_mode=PERSIST; PRAGMA journal_size_limit=" + std::to_string(gJournalLimit) +
+      "; PRAGMA synchronous=EXTRA; PRAGMA cache_size=-32768;"
+      " PRAGMA temp_store=MEMORY;";
+  return exec(pragmas.c_str(), "vhdOpen");
 }
 
 int32_t StoreDb::open(const std::string& path, bool readOnly) {
@@ -247,8 +175,12 @@ int32_t StoreDb::open(const std::string& path, bool readOnly) {
   path_ = path;
   readOnly_ = readOnly;
   struct stat st;
-  if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
-    DebugLogf(kVhdLogLevel, "vhdOpen: %s: no such store file", path.c_str());
+  const char* why = ::stat(path.c_str(), &st) != 0 ? strerror(errno)
+                    : S_ISDIR(st.st_mode)          ? "a folder, not a store file"
+                    : !S_ISREG(st.st_mode)         ? "not a regular file"
+                                                   : nullptr;
+  if (why) {
+    DebugLogf(kVhdLogLevel, "vhdOpen: %s: %s", path.c_str(), why);
     return kVhdNoFile;
   }
   if (!readOnly) {
@@ -269,24 +201,24 @@ int32_t StoreDb::open(const std::string& path, bool readOnly) {
     if (int32_t r = lockForWriting(fd)) return r;
   }
   int32_t r = openDatabase(false);
-  if (!r) r = readHead();
+  if (!r) r = readHead(&head_, "vhdOpen");
   if (r) close();
   return r;
 }
 
-int32_t StoreDb::readHead() {
+int32_t StoreDb::readHead(Head* out, const char* routine) {
   sqlite3_stmt* st = nullptr;
   int rc = sqlite3_prepare_v2(db_, "PRAGMA application_id", -1, &st, nullptr);
   if (rc == SQLITE_OK) rc = sqlite3_step(st);
   int32_t appId = rc == SQLITE_ROW ? sqlite3_column_int(st, 0) : 0;
   sqlite3_finalize(st);
-  if (rc != SQLITE_ROW) return fail(rc, "vhdOpen");
+  if (rc != SQLITE_ROW) return fail(rc, routine);
   if (appId != kApplicationId) {
-    DebugLogf(kVhdLogLevel, "vhdOpen: %s: not a store file", path_.c_str());
+    DebugLogf(kVhdLogLevel, "%s: %s: not a store file", routine, path_.c_str());
     return kVhdNotStoreFile;
   }
   rc = sqlite3_prepare_v2(db_, "SELECT k, body FROM head", -1, &st, nullptr);
-  if (rc != SQLITE_OK) return fail(rc, "vhdOpen");
+  if (rc != SQLITE_OK) return fail(rc, routine);
   int rows = 0;
   int32_t r = 0;
   std::string why;
@@ -298,16 +230,16 @@ int32_t StoreDb::readHead() {
       r = kVhdDamaged;
       why = "stray head row";
     } else if (!r) {
-      r = decodeHead(body, size, &head_, &why);
+      r = decodeHead(body, size, out, &why);
     }
   }
   sqlite3_finalize(st);
-  if (rc != SQLITE_DONE) return fail(rc, "vhdOpen");
+  if (rc != SQLITE_DONE) return fail(rc, routine);
   if (!r && rows != 1) {
     r = kVhdDamaged;
     why = "no store head";
   }
-  if (r) DebugLogf(kVhdLogLevel, "vhdOpen: %s: %s", path_.c_str(), why.c_str());
+  if (r) DebugLogf(kVhdLogLevel, "%s: %s: %s", routine, path_.c_str(), why.c_str());
   return r;
 }
 
@@ -331,11 +263,12 @@ void StoreDb::close() {
 
 void StoreDb::setParallelFrom(size_t bytes) { gParallelFrom = bytes; }
 size_t StoreDb::parallelFrom() { return gParallelFrom; }
+void StoreDb::setJournalLimit(int64_t bytes) { gJournalLimit = bytes; }
 
 int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChecks,
                       const std::function<void(int64_t, int32_t, uint64_t)>& record) {
   if (int32_t r = exec("BEGIN;", "vhdLoad")) return r;
-  int32_t r = readHead();
+  int32_t r = readHead(&head_, "vhdLoad");
   sqlite3_stmt* st = nullptr;
   std::string why;
   int rc = SQLITE_DONE;
@@ -400,7 +333,7 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
       int64_t bytes = sqlite3_column_bytes(st, 3);
       if (size != bytes || checksum(body, size_t(bytes)) != sum) {
         r = kVhdDamaged;
-        why = "record " + std::to_string(key) + ": checksum differs";
+        why = "record " + recordName(key) + ": checksum differs";
         break;
       }
       ++count;
@@ -416,35 +349,68 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
   }
   if (r && !why.empty()) DebugLogf(kVhdLogLevel, "vhdLoad: %s: %s", path_.c_str(), why.c_str());
   sqlite3_exec(db_, "COMMIT;", nullptr, nullptr, nullptr);  // ends the read; nothing was written
+  int viewed = 0;
+  if (!r && readOnly_ &&
+      sqlite3_file_control(db_, "main", kFileControlViewed, &viewed) == SQLITE_OK && viewed)
+    DebugLogf(kVhdLogLevel,
+              "vhdLoad: %s: a save was interrupted; read the last save through its journal, "
+              "which the next writer rolls back",
+              path_.c_str());
   return r;
 }
 
-int32_t StoreDb::readRecord(int64_t key, fundra::TMemory* out) {
+int32_t StoreDb::readRecord(int64_t key, int32_t size, uint64_t sum, fundra::TMemory* out) {
   sqlite3_stmt* st = prepare(&getRec_, "SELECT size, sum, body FROM rec WHERE key = ?");
   if (!st) return fail(sqlite3_errcode(db_), "vhdReadRecord");
   sqlite3_bind_int64(st, 1, key);
   int rc = sqlite3_step(st);
   int32_t r = 0;
+  const char* why = nullptr;
   if (rc == SQLITE_ROW) {
     const void* body = sqlite3_column_blob(st, 2);
     int32_t bytes = sqlite3_column_bytes(st, 2);
-    if (sqlite3_column_int64(st, 0) != bytes ||
-        checksum(body, size_t(bytes)) != uint64_t(sqlite3_column_int64(st, 1))) {
-      DebugLogf(kVhdLogLevel, "vhdReadRecord: %s: record %d/%d: checksum differs", path_.c_str(),
-                int32_t(key >> 32), int32_t(key));
+    uint64_t rowSum = uint64_t(sqlite3_column_int64(st, 1));
+    if (sqlite3_column_int64(st, 0) != bytes || checksum(body, size_t(bytes)) != rowSum) {
+      why = "checksum differs";
       r = kVhdDamaged;
+    } else if (bytes != size || rowSum != sum) {
+      r = kVhdStale;
     } else if ((r = out->SetSize(bytes)) == 0 && bytes) {
       std::memcpy(out->MemPtr(), body, size_t(bytes));
     }
+  } else if (rc == SQLITE_DONE) {
+    r = kVhdStale;
   } else {
-    r = rc == SQLITE_DONE ? kVhdNoRecord : fail(rc, "vhdReadRecord");
+    r = fail(rc, "vhdReadRecord");
   }
   sqlite3_reset(st);
+  if (r == kVhdStale && !readOnly_) {
+    why = rc == SQLITE_ROW ? "differs from the one saved" : "missing from the file";
+    r = kVhdDamaged;
+  } else if (r == kVhdStale) {
+    why = "the file was saved by a writer since this reader loaded it";
+  }
+  if (why)
+    DebugLogf(kVhdLogLevel, "vhdReadRecord: %s: record %s: %s", path_.c_str(),
+              recordName(key).c_str(), why);
   return r;
 }
 
 int32_t StoreDb::begin() {
   if (readOnly_) return kVhdReadOnly;
+  // The journal goes by the path: a writer whose file was moved or deleted would write it
+  // beside whatever file has the path now (the file layer checks again as it opens the journal).
+  // SQLite's own full name of the file: the one its journal's name is made from.
+  const char* name = sqlite3_db_filename(db_, "main");
+  struct stat st;
+  if (!name || ::stat(name, &st) != 0 || uint64_t(st.st_dev) != dev_ ||
+      uint64_t(st.st_ino) != ino_) {
+    DebugLogf(kVhdLogLevel,
+              "vhdSave: %s: the file was moved, replaced or deleted since it was opened; nothing "
+              "is saved, so that no other file's journal is written",
+              path_.c_str());
+    return kVhdNoFile;
+  }
   return exec("BEGIN IMMEDIATE;", "vhdSave");
 }
 
@@ -518,6 +484,24 @@ void StoreDb::rollback() {
   // After some I/O errors SQLite has rolled back already; only an open transaction is ended.
   if (db_ && !sqlite3_get_autocommit(db_))
     sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
+}
+
+int32_t StoreDb::headOnDisk(Head* out) {
+  rollback();
+  return readHead(out, "vhdSave");
+}
+
+int32_t StoreDb::recordIndex(const std::function<void(int64_t, int32_t, uint64_t)>& row) {
+  sqlite3_stmt* st = nullptr;
+  int rc = sqlite3_prepare_v2(db_, "SELECT key, size, sum FROM rec", -1, &st, nullptr);
+  while (rc == SQLITE_OK || rc == SQLITE_ROW) {
+    rc = sqlite3_step(st);
+    if (rc == SQLITE_ROW)
+      row(sqlite3_column_int64(st, 0), int32_t(sqlite3_column_int64(st, 1)),
+          uint64_t(sqlite3_column_int64(st, 2)));
+  }
+  sqlite3_finalize(st);
+  return rc == SQLITE_DONE ? 0 : fail(rc, "vhdRecords");
 }
 
 int32_t StoreDb::segmentIds(std::vector<int32_t>* out) {

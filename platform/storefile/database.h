@@ -19,15 +19,17 @@
 #include <string>
 #include <vector>
 
-#include "platform/storefile/names.h"
 #include "platform/fundra/memory.h"
 #include "platform/fundra/space.h"
 #include "platform/storefile/format.h"
+#include "platform/storefile/names.h"
 
 namespace storefile {
 
 class StoreDb {
  public:
+  static constexpr int32_t kApplicationId = 0x5A4F5645;  // "ZOVE" in the database header
+
   StoreDb() = default;
   ~StoreDb() { close(); }
   StoreDb(const StoreDb&) = delete;
@@ -62,8 +64,14 @@ class StoreDb {
   // set 0 to take that path always.
   static void setParallelFrom(size_t bytes);
   static size_t parallelFrom();
-  // Reads one record's bytes into out, checking them against their sum.
-  int32_t readRecord(int64_t key, fundra::TMemory* out);
+  // The size a journal is trimmed to after a save that grew it past it (4 MiB unless set; files
+  // opened from then on). Tests set a small one so that small saves trim too.
+  static void setJournalLimit(int64_t bytes);
+  // Reads one record's bytes into out, checking them against their sum and against the size and
+  // sum the last load or save left for it. A row that differs from those (or is gone) is a
+  // damaged file for the writer; for a reader it means a writer saved since the reader loaded,
+  // kVhdStale.
+  int32_t readRecord(int64_t key, int32_t size, uint64_t sum, fundra::TMemory* out);
 
   // The save transaction: begin, put and delete rows, then commit (or rollback on failure).
   // The head given to commit is written last; after a failed commit the file and head() are as
@@ -77,6 +85,14 @@ class StoreDb {
   int32_t deleteRecord(int64_t key);
   int32_t commit(const Head& head);
   void rollback();
+  // After a failed save: ends what is left of its transaction and reads the head the file holds
+  // now (a journal the failure left hot is rolled back first, as by any writer). A call after
+  // the commit point can fail, so the file may hold the save that failed. Answers 0 or a code.
+  int32_t headOnDisk(Head* out);
+  // Takes `h` for the head of the last save, once the file was found to hold it.
+  void adoptHead(const Head& h) { head_ = h; }
+  // Every record row's key, size and sum, without reading the bodies.
+  int32_t recordIndex(const std::function<void(int64_t key, int32_t size, uint64_t sum)>& row);
 
   // Segment ids that have a row (for a full save, which must also drop rows of a former space).
   int32_t segmentIds(std::vector<int32_t>* out);
@@ -85,9 +101,10 @@ class StoreDb {
 
  private:
   int32_t openDatabase(bool creating);
+  int32_t journalFree(int* lockFd);  // creation.cc
   void closeDatabase();
   int32_t lockForWriting(int fd);
-  int32_t readHead();
+  int32_t readHead(Head* out, const char* routine);
   int32_t fail(int rc, const char* routine);  // logs the SQLite error, answers our code
   int32_t exec(const char* sql, const char* routine);
   sqlite3_stmt* prepare(sqlite3_stmt** slot, const char* sql);

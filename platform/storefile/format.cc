@@ -1,6 +1,7 @@
 // Encoding and decoding of the head row and of element segments (layouts in format.h).
 #include "platform/storefile/format.h"
 
+#include <cstdio>
 #include <cstring>
 
 #include "platform/storefile/vhd.h"
@@ -190,6 +191,19 @@ uint64_t recordDigest(int64_t key, int64_t size, uint64_t sum) {
   put64(b + 8, uint64_t(size));
   put64(b + 16, sum);
   return checksum(b, 24);
+}
+
+std::string recordName(int64_t key) {
+  uint32_t type = uint32_t(uint64_t(key) >> 32);
+  bool printable = true;
+  for (int i = 0; i < 4; ++i) {
+    uint8_t c = uint8_t(type >> (8 * i));
+    printable = printable && c >= 32 && c <= 126;
+  }
+  char hex[16];
+  std::snprintf(hex, sizeof hex, "0x%08x", type);
+  return (printable ? zelkor::fcString(type) : std::string(hex)) + "/" +
+         std::to_string(int32_t(uint32_t(uint64_t(key))));
 }
 
 }  // namespace storefile

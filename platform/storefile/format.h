@@ -45,8 +45,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/storefile/names.h"
 #include "platform/fundra/space.h"
+#include "platform/storefile/names.h"
 
 namespace storefile {
 
@@ -94,6 +94,9 @@ struct SegmentParts {
 // Answers 0, or kVhdDamaged with the reason in *why.
 int32_t checkSegment(int64_t rowId, const uint8_t* body, size_t size, SegmentParts* out,
                      std::string* why);
+
+// A record's name as people read it: its type and id, "TVhd/1000".
+std::string recordName(int64_t key);
 
 // What one seg row and one rec row add to the head's digests.
 uint64_t segmentDigest(int64_t id, uint64_t check);

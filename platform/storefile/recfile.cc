@@ -5,10 +5,10 @@
 #include <cstring>
 #include <new>
 
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/boot.h"
 #include "platform/zelkor/classes.h"
 #include "platform/zelkor/dispatch.h"
-#include "platform/storefile/vhd.h"
 
 namespace storefile {
 
@@ -68,7 +68,8 @@ int32_t RecordFile::read(FourCC type, int32_t id, fundra::TMemory** out) {
     r = handle->SetSize(int32_t(w->second.size()));
     if (!r && !w->second.empty()) std::memcpy(handle->MemPtr(), w->second.data(), w->second.size());
   } else {
-    r = db_->readRecord(key, handle);
+    const RecordInfo& saved = committed_.at(key);
+    r = db_->readRecord(key, saved.size, saved.sum, handle);
   }
   if (r) {
     delete handle;
@@ -155,9 +156,19 @@ void RecordFile::saved() {
   removed_.clear();
 }
 
+void RecordFile::rebase(std::map<int64_t, RecordInfo> committed, int32_t nextId) {
+  std::set<int64_t> removed;
+  for (const auto& c : committed)
+    if (!exists(c.first)) removed.insert(c.first);
+  committed_ = std::move(committed);
+  removed_ = std::move(removed);
+  nextId_ = std::max(nextId_, nextId);
+  idsValid_ = false;
+}
+
 std::vector<std::string> RecordFile::check(const Head& head) const {
   std::vector<std::string> out;
-  auto name = [](int64_t key) { return fcString(keyType(key)) + "/" + std::to_string(keyId(key)); };
+  auto name = recordName;
   for (int64_t key : removed_) {
     if (written_.count(key)) out.push_back("1: record " + name(key) + " written and removed");
     if (!committed_.count(key)) out.push_back("2: record " + name(key) + " removed, never saved");

@@ -41,10 +41,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/storefile/names.h"
 #include "platform/fundra/memory.h"
-#include "platform/zelkor/object.h"
 #include "platform/storefile/database.h"
+#include "platform/storefile/names.h"
+#include "platform/zelkor/object.h"
 
 namespace storefile {
 
@@ -93,9 +93,15 @@ class RecordFile {
   // failed save nothing changes here, so the next save writes them again.
   int32_t writeChanges(Head* head) const;
   void saved();
+  // After a save whose outcome was not known turned out to have reached the file: `committed`
+  // is what the file holds. The held changes are reworked over it so that every record reads
+  // as before; the next save writes them.
+  void rebase(std::map<int64_t, RecordInfo> committed, int32_t nextId);
   bool hasChanges() const { return !written_.empty() || !removed_.empty(); }
   size_t heldWrites() const { return written_.size(); }
   size_t heldRemovals() const { return removed_.size(); }
+  // The records as of the last load or save.
+  const std::map<int64_t, RecordInfo>& committed() const { return committed_; }
 
   std::vector<std::string> check(const Head& head) const;
 

@@ -13,8 +13,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/storefile/names.h"
 #include "platform/storefile/ahead.h"
+#include "platform/storefile/names.h"
 
 namespace storefile {
 

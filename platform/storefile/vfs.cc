@@ -1,16 +1,23 @@
 // A pass-through SQLite file layer with a failure switch (see vfs.h).
 //
 // The layer wraps the default one: its file object is the default file object followed by a
-// pointer to it, and every method forwards. Only read, write, truncate and sync are counted,
-// because those are the calls whose failure a store must survive.
+// pointer to it, and every method forwards. Reads, writes, truncations, syncs and size queries
+// are counted, because those are the calls whose failure a store must survive (a rollback
+// journal is trimmed after the commit with a size query and a truncation).
 #include "platform/storefile/vfs.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <mutex>
+
+#include "platform/storefile/journal_view.h"
 
 namespace storefile {
 
@@ -60,6 +67,16 @@ constexpr int kJournalHeader = 28;
 struct ShimFile {
   sqlite3_file base;  // methods = &kShimMethods
   sqlite3_file* real;
+  // A reader's database: while it holds its shared lock beside a hot journal, it reads the last
+  // save through the journal (journal_view.h) and tells SQLite the journal is not hot.
+  const char* journalName;  // null for any other file
+  JournalView* view;
+  bool viewed;  // a view was taken since the file was opened
+  // A writer's database: its path and what file it named at the open. A writer's journal: a
+  // descriptor holding a shared lock on it while it is open (creation.cc), or -1.
+  const char* dbName;
+  uint64_t dev, ino;
+  int journalLock;
   uint8_t* pending;  // gathered writes (null for files read only)
   sqlite3_int64 pendingAt;
   int pendingBytes;
@@ -90,6 +107,9 @@ int flush(sqlite3_file* f) {
 }
 
 int shimClose(sqlite3_file* f) {
+  delete reinterpret_cast<ShimFile*>(f)->view;
+  if (reinterpret_cast<ShimFile*>(f)->journalLock >= 0)
+    ::close(reinterpret_cast<ShimFile*>(f)->journalLock);
   int r = real(f)->pMethods ? flush(f) : SQLITE_OK;
   int c = real(f)->pMethods ? real(f)->pMethods->xClose(real(f)) : SQLITE_OK;
   sqlite3_free(real(f));
@@ -99,6 +119,8 @@ int shimClose(sqlite3_file* f) {
 int shimRead(sqlite3_file* f, void* p, int n, sqlite3_int64 at) {
   if (int r = fault(SQLITE_IOERR_READ, false)) return r;
   if (int r = flush(f)) return r;
+  if (JournalView* view = reinterpret_cast<ShimFile*>(f)->view)
+    return view->read(real(f), p, n, at);
   return real(f)->pMethods->xRead(real(f), p, n, at);
 }
 // Follows the journal header through a write that was let through.
@@ -145,25 +167,58 @@ int shimSync(sqlite3_file* f, int flags) {
   if (r && shim->headerZeroed) {
     // The commit's sync failed: make the journal hot again (see kJournalHeader), after the
     // zeroing write if it is still gathered.
-    shim->headerZeroed = false;
     flush(f);
     real(f)->pMethods->xWrite(real(f), shim->header, kJournalHeader, 0);
   }
+  // Once the cleared header is on the disk the save is durable: a later failing sync of the
+  // journal must not bring the old pages back.
+  shim->headerZeroed = false;
   return r;
 }
 int shimFileSize(sqlite3_file* f, sqlite3_int64* size) {
+  if (int r = fault(SQLITE_IOERR_FSTAT, false)) return r;
   if (int r = flush(f)) return r;
+  if (JournalView* view = reinterpret_cast<ShimFile*>(f)->view)
+    return view->fileSize(real(f), size);
   return real(f)->pMethods->xFileSize(real(f), size);
 }
-int shimLock(sqlite3_file* f, int l) { return real(f)->pMethods->xLock(real(f), l); }
+// A reader's shared lock starts a read transaction: that is when SQLite looks for a hot journal,
+// and when the view through one is taken. While the lock is held, no writer can roll the journal
+// back nor start a save of its own (either needs the file to itself).
+int shimLock(sqlite3_file* f, int l) {
+  int r = real(f)->pMethods->xLock(real(f), l);
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  if (r || l != SQLITE_LOCK_SHARED || !shim->journalName || shim->view) return r;
+  r = JournalView::open(gReal, shim->journalName, real(f), &shim->view);
+  if (r) {
+    real(f)->pMethods->xUnlock(real(f), SQLITE_LOCK_NONE);
+    return r;
+  }
+  shim->viewed = shim->viewed || shim->view;
+  return SQLITE_OK;
+}
 int shimUnlock(sqlite3_file* f, int l) {
+  auto* shim = reinterpret_cast<ShimFile*>(f);
+  if (l == SQLITE_LOCK_NONE) {
+    delete shim->view;
+    shim->view = nullptr;
+  }
   if (int r = flush(f)) return r;
   return real(f)->pMethods->xUnlock(real(f), l);
 }
 int shimCheckReserved(sqlite3_file* f, int* out) {
+  // Through a view the journal is read, not rolled back: to SQLite it belongs to a writer.
+  if (reinterpret_cast<ShimFile*>(f)->view) {
+    *out = 1;
+    return SQLITE_OK;
+  }
   return real(f)->pMethods->xCheckReservedLock(real(f), out);
 }
 int shimFileControl(sqlite3_file* f, int op, void* arg) {
+  if (op == kFileControlViewed) {
+    *static_cast<int*>(arg) = reinterpret_cast<ShimFile*>(f)->viewed;
+    return SQLITE_OK;
+  }
   if (int r = flush(f)) return r;
   return real(f)->pMethods->xFileControl(real(f), op, arg);
 }
@@ -177,6 +232,7 @@ int shimDeviceCharacteristics(sqlite3_file* f) {
 int shimFetch(sqlite3_file* f, sqlite3_int64 at, int n, void** p) {
   *p = nullptr;
   if (int r = fault(SQLITE_IOERR_READ, false)) return r;
+  if (reinterpret_cast<ShimFile*>(f)->view) return SQLITE_OK;  // pages come through xRead
   const sqlite3_io_methods* m = real(f)->pMethods;
   return m->iVersion >= 3 && m->xFetch ? m->xFetch(real(f), at, n, p) : SQLITE_OK;
 }
@@ -207,22 +263,57 @@ const sqlite3_io_methods kShimMethods = {
     .xUnfetch = shimUnfetch,
 };
 
+// A writer's journal goes by its database's path: it is opened only while that path still names
+// the file the writer opened, and it is locked (shared) while open, so that a new file made at
+// the path neither takes it for its own nor removes it under a save.
+bool journalBesideItsFile(sqlite3_filename name) {
+  auto* db = reinterpret_cast<ShimFile*>(sqlite3_database_file_object(name));
+  if (!db || db->base.pMethods != &kShimMethods || !db->dbName) return true;
+  struct stat st;
+  return ::stat(db->dbName, &st) == 0 && uint64_t(st.st_dev) == db->dev &&
+         uint64_t(st.st_ino) == db->ino;
+}
+
 int shimOpen(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* f, int flags, int* outFlags) {
   auto* shim = reinterpret_cast<ShimFile*>(f);
   shim->base.pMethods = nullptr;
   shim->pending = nullptr;
   shim->pendingBytes = 0;
+  shim->view = nullptr;
+  shim->viewed = false;
+  shim->journalName = (flags & SQLITE_OPEN_MAIN_DB) && (flags & SQLITE_OPEN_READONLY)
+                          ? sqlite3_filename_journal(name)
+                          : nullptr;
+  shim->dbName = nullptr;
+  shim->journalLock = -1;
   shim->journal = (flags & SQLITE_OPEN_MAIN_JOURNAL) != 0;
+  bool writersJournal = shim->journal && (flags & SQLITE_OPEN_READWRITE);
+  if (writersJournal && !journalBesideItsFile(name)) return SQLITE_CANTOPEN;
   shim->headerZeroed = false;
   std::memset(shim->header, 0, sizeof shim->header);
   shim->real = static_cast<sqlite3_file*>(sqlite3_malloc(gReal->szOsFile));
   if (!shim->real) return SQLITE_NOMEM;
   shim->real->pMethods = nullptr;
   int r = gReal->xOpen(gReal, name, shim->real, flags, outFlags);
+  if (r == SQLITE_OK && writersJournal) {
+    shim->journalLock = ::open(name, O_RDONLY | O_CLOEXEC);
+    if (shim->journalLock >= 0 && ::flock(shim->journalLock, LOCK_SH | LOCK_NB) != 0) {
+      ::close(shim->journalLock);  // a new file at the path is removing it
+      shim->journalLock = -1;
+      r = SQLITE_CANTOPEN;
+    }
+  }
   if (r != SQLITE_OK) {
     if (shim->real->pMethods) shim->real->pMethods->xClose(shim->real);
     sqlite3_free(shim->real);
     return r;
+  }
+  struct stat st;
+  if ((flags & SQLITE_OPEN_MAIN_DB) && (flags & SQLITE_OPEN_READWRITE) && name &&
+      ::stat(name, &st) == 0) {
+    shim->dbName = name;
+    shim->dev = uint64_t(st.st_dev);
+    shim->ino = uint64_t(st.st_ino);
   }
   // Without the memory the file is simply written as SQLite writes it.
   if ((flags & (SQLITE_OPEN_MAIN_JOURNAL | SQLITE_OPEN_MAIN_DB)) && (flags & SQLITE_OPEN_READWRITE))
@@ -257,6 +348,8 @@ int shimCurrentTimeInt64(sqlite3_vfs*, sqlite3_int64* t) {
 }
 
 }  // namespace
+
+int countedCall(int ioerr, bool isWrite) { return fault(ioerr, isWrite); }
 
 void IoFaults::failAt(int64_t n, IoFaultKind kind, bool sticky) {
   FaultState& f = faults();

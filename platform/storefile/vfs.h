@@ -1,10 +1,10 @@
 // The fault seam of the store file: every file operation SQLite makes on a store file goes
 // through a thin layer over the system's own file layer, which counts them and can make one fail.
 //
-// Counted calls: read (a mapped read counts as one), write, truncate, sync (of the database and
-// of its journal). A test runs a scenario once to learn how many calls it makes, then runs it again
-// with failAt = 1, 2, ... so that every call of the scenario fails once. Not thread-safe: one test
-// drives it at a time.
+// Counted calls: read (a mapped read counts as one), write, truncate, sync and size query (of the
+// database and of its journal). A test runs a scenario once to learn how many calls it makes, then
+// runs it again with failAt = 1, 2, ... so that every call of the scenario fails once. Not
+// thread-safe: one test drives it at a time.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace storefile {
 
 enum class IoFaultKind {
   kIoError,  // the call fails as a device error would
-  kDiskFull  // writes fail as on a full disk (reads, syncs and truncations as device errors)
+  kDiskFull  // writes fail as on a full disk (the other calls as device errors)
 };
 
 struct IoFaults {
@@ -30,5 +30,9 @@ struct IoFaults {
 
 // The name under which the layer is registered with SQLite (registered on first use).
 const char* storeVfsName();
+
+// sqlite3_file_control opcode: writes 1 to the int argument when a reader's database file was
+// read through a hot journal since it was opened (journal_view.h), else 0.
+constexpr int kFileControlViewed = 0x5A4F0001;
 
 }  // namespace storefile

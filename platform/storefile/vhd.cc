@@ -52,7 +52,11 @@ Word vhdNew(Object* self, const Msg& m) {
     space = new (std::nothrow) fundra::ElementSpace(1024, 0);
     if (!space) return fundra::kLmNoMemory;
   }
-  if (d->space != space) delete d->space;
+  if (d->space != space) {
+    delete d->space;
+    // What the file holds of the space before is no part of this one.
+    if (d->binding) bindingSpaceReplaced(d->binding);
+  }
   d->space = space;
   d->version = i32(m.w[1]);
   d->changed = 1;

@@ -53,9 +53,11 @@ enum : int32_t {
   kVhdNoValue = -1110,       // the object holds no element space and has no file to load it from
   kVhdNotVhd = -1111,        // the object is not a value handle (not derived from `@vhd`)
   kVhdBound = -1112,         // the object is bound to a file already
-  kVhdNoFile = -1113,        // no such file (open), or the file exists already (create)
+  kVhdNoFile = -1113,        // no such file (open), the file exists already (create), or the
+                             // file was moved or deleted since it was opened (save)
   kVhdBusy = -1114,          // another writer, in this process or another, has the file open
-  kVhdReadOnly = -1115,      // the file was opened read-only: nothing may be written
+  kVhdReadOnly = -1115,      // the file was opened read-only, or this user may not write what
+                             // must be written (the journal of a save a crash interrupted)
   kVhdNotStoreFile = -1116,  // the file is not a store file, or of a format this code cannot read
   kVhdDamaged = -1117,       // the file is damaged: a checksum, a count or the database disagrees
   kVhdIoError = -1118,       // reading or writing the file failed (the disk, a full disk, a lock)
@@ -63,6 +65,7 @@ enum : int32_t {
   kVhdNotAttached = -1120,   // the memory handle is not attached to a record of this file
   kVhdBadArgument = -1121,   // a null handle or pointer, an id not above 0
   kVhdExists = -1122,        // HCrt of a record that exists
+  kVhdStale = -1123,         // a reader's view: the file was saved by a writer since its load
 };
 
 enum class VhdOpenMode { kReadWrite, kReadOnly };

@@ -28,7 +28,9 @@ for _, suffix in ipairs({"", "-journal", "-wal", "-shm"}) do os.remove(file .. s
 
 -- The demo makes the file every other command is tried on, and will not overwrite a given one.
 expectRun("demo " .. file, 0, "sound", "equal", "Garden shed")
-expectRun("demo " .. file, 1, "exists")
+expectRun("demo " .. file, 1, "exists already")
+expectRun("demo " .. work, 1, "is a folder")
+expectRun("demo " .. work .. "/none/x.zove", 1, "no such folder")
 
 expectRun("stat " .. file, 0, "version   1", "'DEMO'  DL", "records   1,")
 expectRun("check " .. file, 0, "sound")
@@ -47,12 +49,36 @@ expectRun("dump " .. file .. " --json", 0, '"uType": "root"', '"kind": "part lin
           '"decoded": "Garden shed"')
 expectRun("graph " .. file, 0, "digraph store {", "arrowtail=diamond", "color=blue",
           "peripheries=2")
+-- Graphviz draws what it prints, as the demo suggests (where dot is installed).
+if os.execute("command -v dot > /dev/null 2>&1") then
+  expectRun("graph " .. file .. " | dot -Tsvg", 0, "<svg")
+end
+-- On a terminal the progress line is erased before the result is printed.
+if os.execute("command -v script > /dev/null 2>&1") then
+  local p = io.popen(("script -qc '%s check %s' /dev/null"):format(zove_bin, file))
+  local tty = p:read("a")
+  p:close()
+  assert(tty:find("\27[K" .. file .. ": sound", 1, true),
+         "the progress is erased right before the result:\n" .. tty)
+end
 local shallow = expectRun("graph " .. file .. " --depth 0", 0, "dl1 [")
 assert(not shallow:find("->", 1, true), "depth 0 draws the start alone")
 
 -- Export a plan, import it over the other one, and the store is still sound.
 local stream = work .. "/plan.zex"
+os.remove(stream)
 expectRun(("export %s %d %s"):format(file, plans[1], stream), 0, "exported DL " .. plans[1])
+-- Export writes over nothing it was not asked to: not the store nor its journal, not a folder,
+-- not an existing file unless forced.
+for _, target in ipairs({file, file .. "-journal", work .. "/../" .. work:match("[^/]+$") ..
+                         "/demo.zove"}) do
+  expectRun(("export %s %d %s --force"):format(file, plans[1], target), 1,
+            "is the store file or one it keeps beside it")
+end
+expectRun(("export %s %d %s"):format(file, plans[1], work), 1, "is a folder")
+expectRun(("export %s %d %s"):format(file, plans[1], stream), 1, "exists already; --force")
+expectRun(("export %s %d %s --force"):format(file, plans[1], stream), 0, "exported DL")
+expectRun("check " .. file, 0, "sound")
 local f = assert(io.open(stream, "rb"))
 -- The persist header keeps its tag as a little-endian word.
 zove.expect(f:read(4), ".xET", "the stream starts with its persist tag")
@@ -65,17 +91,42 @@ expectRun(("export %s %d %s"):format(file, project, work .. "/proj.zex"), 1, "sh
 -- A stream cut short or with a record count past its end is refused without a crash, and the
 -- file stays sound.
 local whole = assert(io.open(stream, "rb")):read("a")
-for i, broken in ipairs({whole:sub(1, 4), whole:sub(1, 60), whole:sub(1, 8) .. "\255\255\0\0" ..
-                         whole:sub(13)}) do
+for i, broken in ipairs({{whole:sub(1, 4), "too short for the header"},
+                         {whole:sub(1, 60), "failed, -806 (kBadStream)"},
+                         {whole:sub(1, 8) .. "\255\255\0\0" .. whole:sub(13),
+                          "reaches past the end of the stream"}}) do
   local name = work .. "/broken" .. i .. ".zex"
   out = assert(io.open(name, "wb"))
-  out:write(broken)
+  out:write(broken[1])
   out:close()
-  expectRun(("import %s %d %s"):format(file, plans[2], name), 1, "failed")
+  expectRun(("import %s %d %s"):format(file, plans[2], name), 1, broken[2])
 end
+-- A stream whose top DL repeats a key: refused with the code's name, what was wrong and where.
+-- A step of the plan has several items; its record starts at byte 12, its items follow its
+-- 20-byte header and its data area.
+local step = tonumber(dump:match("DL (%d+) 'Step'"))
+local stepStream = work .. "/step.zex"
+os.remove(stepStream)
+expectRun(("export %s %d %s"):format(file, step, stepStream), 0, "exported DL " .. step)
+whole = assert(io.open(stepStream, "rb")):read("a")
+local dataSize, count = string.unpack("<i4<i4", whole, 12 + 12 + 1)
+assert(count >= 2, "a step has two items or more")
+local firstKey = 12 + 20 + dataSize + 8  -- bytes before it
+local repeated = whole:sub(1, firstKey + 12) .. whole:sub(firstKey + 1, firstKey + 4) ..
+                 whole:sub(firstKey + 17)
+out = assert(io.open(work .. "/repeated.zex", "wb"))
+out:write(repeated)
+out:close()
+expectRun(("import %s %d %s"):format(file, plans[2], work .. "/repeated.zex"), 1,
+          "-806 (kBadStream): ", "stream refused at byte " .. (firstKey + 12) ..
+          ": a key that repeats the one before or sorts before it")
 expectRun("check " .. file, 0, "sound")
-expectRun(("import %s %d %s"):format(file, plans[2], work .. "/missing.zex"), 1, "can't read")
+-- What import is given is looked at before it is read.
+expectRun(("import %s %d %s"):format(file, plans[2], work .. "/missing.zex"), 1, "no such file")
+expectRun(("import %s %d %s"):format(file, plans[2], work), 1, "is a folder")
+expectRun(("import %s %d /dev/zero"):format(file, plans[2]), 1, "not a regular file")
 expectRun("gc " .. file, 0, "saved")
+expectRun("recover " .. file, 0, "no save was interrupted")
 
 -- A damaged copy: one byte of a stored string flipped. Every command says so and fails.
 local bytes = assert(io.open(file, "rb")):read("a")
@@ -94,7 +145,11 @@ out = assert(io.open(junk, "w"))
 out:write(("this is not a store file\n"):rep(100))
 out:close()
 expectRun("check " .. junk, 1, "not a store file")
-expectRun("stat " .. work .. "/missing.zove", 1, "no such")
+expectRun("stat " .. work .. "/missing.zove", 1, "missing.zove: no such file")
+expectRun("stat " .. work .. "/none/x.zove", 1, "no such folder")
+expectRun("check " .. work, 1, "is a folder, not a file")
+expectRun("--version", 0, "zove 0.", "store file format 1")
+expectRun("--help", 0, "FILE-journal", "zove recover FILE")
 expectRun("dump " .. file .. " seven", 2, "'seven'")
 expectRun("export " .. file, 2, "usage")
 expectRun("nonsense", 2, "unknown command")
@@ -108,7 +163,7 @@ out:write('local a, b = ...\nassert(a == "one" and b == "two", "arguments")\n',
           'zove.open("' .. work .. '/missing.zove")\n', 'error("stopped here")\n')
 out:close()
 expectRun("shell " .. script .. " one two", 1, "fails.lua:4: stopped here", "stack traceback",
-          "log lines the script had not read", "no such store file")
+          "log lines the script had not read", "No such file or directory")
 expectRun("shell " .. script .. " one", 1, "fails.lua:2: arguments")
 expectRun("shell " .. work .. "/absent.lua", 1, "absent.lua")
 local input = work .. "/prompt.txt"

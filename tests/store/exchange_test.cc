@@ -131,6 +131,7 @@ TEST_F(ExchangeStream, DamagedOrTruncatedStreamsAreRefusedAndChangeNothing) {
   int32_t t = target(s);
   auto unchanged = [&] { return std::pair(sp->LmLiveCount(), sp->LmSpaceSum()); };
   const auto before = unchanged();
+  LogCapture quiet;
 
   fundra::TMemory m;
   m.SetSize(7);
@@ -147,6 +148,28 @@ TEST_F(ExchangeStream, DamagedOrTruncatedStreamsAreRefusedAndChangeNothing) {
   m.SetSize(good.GetSize() + 1);
   EXPECT_EQ(S(s, kTSIm, t, &m), kBadStream) << "a byte after the last record";
   EXPECT_EQ(unchanged(), before);
+  // The top DL's two keys ('List', 'Part'; no data) repeated, then in the wrong order: the
+  // importer names what was wrong and at which byte.
+  const int32_t firstKey = 8 + 4 + kHeadBytes + 8, secondKey = firstKey + kItemBytes;
+  LogCapture log;
+  for (bool swap : {false, true}) {
+    m = good;
+    uint8_t* bytes = m.MemPtr();
+    uint32_t a = 0, b = 0;
+    std::memcpy(&a, bytes + firstKey, 4);
+    std::memcpy(&b, bytes + secondKey, 4);
+    ASSERT_EQ(a, fc("List"));
+    std::memcpy(bytes + firstKey, swap ? &b : &a, 4);
+    std::memcpy(bytes + secondKey, &a, 4);
+    EXPECT_EQ(S(s, kTSIm, t, &m), kBadStream) << (swap ? "keys out of order" : "a key repeated");
+    EXPECT_EQ(unchanged(), before);
+  }
+  std::vector<std::string> said = lines(log);
+  ASSERT_EQ(said.size(), 2u);
+  EXPECT_EQ(said[0], "515 zoveImport: DL " + std::to_string(t) + ": stream refused at byte " +
+                         std::to_string(secondKey) +
+                         ": a key that repeats the one before or sorts before it");
+  EXPECT_EQ(said[1], said[0]);
 
   // Every single-byte change is either refused without a trace or imports a sound structure.
   int accepted = 0;
@@ -180,6 +203,7 @@ TEST_F(ExchangeStream, HeaderWordsAreCheckedBitByBitInEveryDLRecord) {
   auto recs = records(good);
   ASSERT_EQ(recs.size(), 2u);
   int32_t t = target(s);
+  LogCapture quiet;
   const uint32_t allowed = kSharedFlag | kInvisibleFlag | kKeptFlag;
   // Flags are the low half of the word at 4 and reserved its high half; the owner is at 8.
   for (int32_t rec : {12, 12 + 4 + int32_t(recs[0].size())}) {

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <functional>
 
 #include "platform/fundra/tstring.h"
 #include "tests/store/store_fixture.h"
@@ -207,6 +208,43 @@ TEST(StoreFile, ASavedStoreInstallsAgainWithItsModulesAndData) {
   EXPECT_EQ(S(s, kTSCS, obj), toWord(fc("PRO1")));
   EXPECT_NE(spaceOf(s)->LmTest(int32_t(junk)), 0);  // collected before the save
   EXPECT_EQ(S(s, kTSCk), 1);
+
+  // Values rewritten in place, each saved alone (a save writes only what the space recorded as
+  // touched), read back by a reader of the file: an item overwritten, a string and a blob
+  // rewritten at the same length, the data area.
+  S(s, kTSVS, obj, fc("Valu"), 1);
+  S(s, kTSBW, obj, fc("Blob"), "abcd", 4);
+  EXPECT_EQ(S(s, kHChg), 0);
+  fundra::TString same("Saves");
+  uint32_t data = 0x01020304;
+  const std::vector<std::function<void()>> edits = {
+      [&] { S(s, kTSVS, obj, fc("Valu"), 2); },
+      [&] { S(s, kTSSs, obj, fc("Name"), &same); },
+      [&] { S(s, kTSBW, obj, fc("Blob"), "wxyz", 4); },
+      [&] { S(s, kTSWD, pro, &data, 4); },
+  };
+  for (size_t e = 0; e < edits.size(); ++e) {
+    SCOPED_TRACE("edit " + std::to_string(e));
+    edits[e]();
+    ASSERT_EQ(S(s, kHChg), 0);
+    Object* r = asObject(send(ZelkorLookup(kZoveSig), kNew_));
+    S(r, kSetu);
+    ASSERT_EQ(storefile::vhdOpenFile(objWord(r), path, storefile::VhdOpenMode::kReadOnly), 0);
+    ASSERT_EQ(S(r, kTSIn, toWord(fc("rChn")), 3), 0);
+    int32_t value = 0;
+    S(r, kTSVG, obj, fc("Valu"), &value);
+    EXPECT_EQ(value, 2);
+    fundra::TString name;
+    S(r, kTSSg, obj, fc("Name"), &name);
+    EXPECT_EQ(name, e >= 1 ? "Saves" : "Saved");
+    char blob[4] = {};
+    S(r, kTSBR, obj, fc("Blob"), blob, 4);
+    EXPECT_EQ(std::string(blob, 4), e >= 2 ? "wxyz" : "abcd");
+    uint32_t read = 0;
+    S(r, kTSRD, pro, &read, 4);
+    EXPECT_EQ(read, e >= 3 ? data : 0u);
+    S(r, kDspo);
+  }
   S(s, kDspo);
   S(l, kDspo);
   std::remove(path.c_str());

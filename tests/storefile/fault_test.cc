@@ -1,7 +1,10 @@
 // Failing file operations: every read, write, truncation and sync of a save or an open is made
 // to fail in turn, and the file must always hold exactly one of the saved states.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 
@@ -40,8 +43,9 @@ Saved makeFirstFile(const std::string& path) {
   return a;
 }
 
-// Changes elements, removes a segment's worth, adds past the end, and changes the records.
-void changeToSecond(Word h, Saved* b) {
+// Changes elements, removes a segment's worth, adds past the end, and changes the records, marking
+// the value changed as a store does; answers the id of the record it wrote.
+int32_t changeToSecond(Word h, Saved* b) {
   fundra::ElementSpace* s = spaceOf(h);
   std::mt19937 rng(12);
   for (int i = 0; i < 30; ++i)
@@ -53,8 +57,10 @@ void changeToSecond(Word h, Saved* b) {
   put(s, &b->elements, 450, randomBytes(rng, 50));
   Word file = send(h, kHGtF);
   send(file, kHRmv, kTVhd, b->records.begin()->first);
-  writeRecord(file, randomBytes(rng, 2000));
+  int32_t id = writeRecord(file, randomBytes(rng, 2000));
   b->records = recordsOf(h);
+  send(h, kHSCh, 1);
+  return id;
 }
 
 // What a read-only open of the file finds; an empty state when it is refused.
@@ -68,13 +74,52 @@ Saved readBack(const std::string& path, int32_t* code) {
   return out;
 }
 
+// Removes a store file and its journal, so that the next run at the path starts as the first.
+void removeStore(const std::string& path) {
+  std::filesystem::remove(path);
+  std::filesystem::remove(path + "-journal");
+}
+
+// Makes a save of the store at path fail at the sync that would make its commit durable, and at
+// every call after it: the file keeps the new pages and its journal stays hot, as a writer killed
+// there would leave them. The same save on a copy counts the calls first. Answers the journal.
+std::vector<uint8_t> leaveHotJournal(const std::string& path) {
+  std::filesystem::copy_file(path, path + ".copy");
+  int32_t code = 0;
+  Saved second;
+  Word probe = openStore(path + ".copy", VhdOpenMode::kReadWrite, &code);
+  changeToSecond(probe, &second);
+  IoFaults::failAt(0);
+  EXPECT_EQ(send(probe, kHChg), 0);
+  int64_t calls = IoFaults::calls();
+  send(probe, kDspo);
+  removeStore(path + ".copy");
+  Word h = openStore(path, VhdOpenMode::kReadWrite, &code);
+  EXPECT_EQ(code, 0);
+  changeToSecond(h, &second);
+  zelkor::LogCapture quiet;
+  // The last calls: clearing the journal's header, syncing it, the trim's size query.
+  IoFaults::failAt(calls - 1, IoFaultKind::kIoError, true);
+  EXPECT_NE(send(h, kHChg), 0);
+  std::vector<uint8_t> journal = readBytes(path + "-journal");
+  EXPECT_GE(journal.size(), 28u);
+  EXPECT_NE(std::vector<uint8_t>(journal.begin(), journal.begin() + 28), std::vector<uint8_t>(28))
+      << "the journal is not hot";
+  send(h, kDspo);
+  IoFaults::failAt(0);
+  return journal;
+}
+
 bool operator==(const Saved& a, const Saved& b) {
   return a.elements == b.elements && a.records == b.records;
 }
 
 }  // namespace
 
-TEST(StoreFileFaults, EveryFailingCallOfASaveLeavesTheLastSaveAndTheNextSaveSucceeds) {
+TEST(StoreFileFaults, EveryFailingCallOfASaveAnswersWhatTheFileHoldsAndTheNextSaveSucceeds) {
+  // A small journal limit makes every save trim its journal after the commit, as the big saves
+  // do: the calls after the commit point are failed too.
+  StoreDb::setJournalLimit(16 << 10);
   // Once on one thread, once with the save's segments encoded on a second (the path of big
   // saves) and the opens' rows read on one.
   for (size_t from : {SIZE_MAX, size_t(0)}) {
@@ -95,95 +140,119 @@ TEST(StoreFileFaults, EveryFailingCallOfASaveLeavesTheLastSaveAndTheNextSaveSucc
       IoFaults::failAt(0);
       ASSERT_EQ(send(h, kHChg), 0);
       calls = IoFaults::calls();
+      EXPECT_EQ(send(h, kHSCh, 0), 0);  // a save clears the changed flag
       send(h, kDspo);
       EXPECT_TRUE(readBack(path, &code) == second);
-      std::filesystem::remove(path);
+      removeStore(path);
     }
     ASSERT_GT(calls, 5);
     zelkor::LogCapture quiet;
     for (IoFaultKind kind : {IoFaultKind::kIoError, IoFaultKind::kDiskFull}) {
+      bool sticky = kind == IoFaultKind::kDiskFull;
       for (int64_t n = 1; n <= calls; ++n) {
-        SCOPED_TRACE("failing call " + std::to_string(n) +
-                     (kind == IoFaultKind::kDiskFull ? " (disk full)" : ""));
+        SCOPED_TRACE("failing call " + std::to_string(n) + (sticky ? " and all after it" : ""));
         std::filesystem::copy_file(original, path);
         int32_t code = 0;
         Word h = openStore(path, VhdOpenMode::kReadWrite, &code);
         ASSERT_EQ(code, 0);
         Saved expect = first;
-        changeToSecond(h, &expect);
-        IoFaults::failAt(n, kind, kind == IoFaultKind::kDiskFull);
+        int32_t fresh = changeToSecond(h, &expect);
+        IoFaults::failAt(n, kind, sticky);
         Word r = send(h, kHChg);
         IoFaults::failAt(0);
+        // A reader sees the save the answer speaks of. Only while every call failed could the
+        // writer not learn whether its commit reached the file; then either save may be there.
         Saved found = readBack(path, &code);
+        ASSERT_EQ(code, 0);
         if (r == 0) {
-          ASSERT_EQ(code, 0);
           EXPECT_TRUE(found == expect);  // the failure hit a call SQLite could do without
-          send(h, kDspo);
-        } else if (n % 2) {
-          // A reader finds the last save, or is refused while the failed save's journal waits
-          // for a writer to roll it back.
-          if (code != kVhdBusy) {
-            EXPECT_TRUE(found == first) << code;
+          EXPECT_EQ(send(h, kHSCh, 0), 0);
+        } else {
+          if (!sticky || !(found == expect)) {
+            EXPECT_TRUE(found == first) << "the save answered " << r;
           }
-          EXPECT_EQ(send(h, kHChg), 0);  // the held changes are written by the next save
+          EXPECT_EQ(send(h, kHSCh, 1), 1) << "a failed save cleared the changed flag";
+        }
+        if (r == 0 || n % 2) {
+          // The next save writes what is held, also after a record made since the last save
+          // that answered 0 was removed again.
+          send(send(h, kHGtF), kHRmv, kTVhd, fresh);
+          expect.records.erase(fresh);
+          EXPECT_EQ(send(h, kHChg), 0);
           EXPECT_TRUE(readBack(path, &code) == expect);
+          EXPECT_EQ(code, 0);
           EXPECT_EQ(send(h, kHTsv), 0);
           send(h, kDspo);
         } else {
-          // The writer gives up; the next writer finds the last save.
+          // The writer gives up; the next writer finds the file as a reader did.
           send(h, kDspo);
           Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
           ASSERT_EQ(code, 0);
-          EXPECT_EQ(modelOf(*spaceOf(w)), first.elements);
-          EXPECT_EQ(recordsOf(w), first.records);
+          EXPECT_EQ(modelOf(*spaceOf(w)), found.elements);
+          EXPECT_EQ(recordsOf(w), found.records);
           send(w, kDspo);
         }
-        std::filesystem::remove(path);
+        removeStore(path);
       }
     }
   }
   StoreDb::setParallelFrom(size_t(32) << 20);
+  StoreDb::setJournalLimit(int64_t(4) << 20);
 }
 
 TEST(StoreFileFaults, EveryFailingCallOfAnOpenRefusesOrLoadsTheSavedState) {
   ScratchDir dir;
-  std::string path = dir.file("a.zst");
+  std::string path = dir.file("a.zst"), hot = dir.file("hot.zst");
   Saved first = makeFirstFile(path);
-  // Every call is failed twice: with the loader stepping its rows, and with them read ahead on
-  // a thread (the path of big files), which must make the same calls and say the same.
-  const size_t modes[] = {SIZE_MAX, 0};
-  int64_t calls = 0;
-  for (size_t from : modes) {
-    StoreDb::setParallelFrom(from);
-    IoFaults::failAt(0);
-    int32_t code = 0;
-    ASSERT_TRUE(readBack(path, &code) == first);
-    ASSERT_TRUE(calls == 0 || calls == IoFaults::calls());
-    calls = IoFaults::calls();
-  }
-  ASSERT_GT(calls, 3);
-  for (int64_t n = 1; n <= calls; ++n) {
-    SCOPED_TRACE("failing call " + std::to_string(n));
-    int32_t code[2];
-    std::vector<std::string> lines[2];
-    for (int ahead = 0; ahead < 2; ++ahead) {
-      StoreDb::setParallelFrom(modes[ahead]);
-      zelkor::LogCapture log;
-      IoFaults::failAt(n);
-      Saved found = readBack(path, &code[ahead]);
+  std::filesystem::copy_file(path, hot);
+  std::vector<uint8_t> journal = leaveHotJournal(hot);
+  std::vector<uint8_t> hotFile = readBytes(hot);
+  // A file as saved, and one whose last save is read through the hot journal beside it.
+  for (const std::string& file : {path, hot}) {
+    SCOPED_TRACE(file);
+    // Every call is failed twice: with the loader stepping its rows, and with them read ahead
+    // on a thread (the path of big files), which must make the same calls and say the same.
+    const size_t modes[] = {SIZE_MAX, 0};
+    int64_t calls = 0;
+    for (size_t from : modes) {
+      StoreDb::setParallelFrom(from);
       IoFaults::failAt(0);
-      for (const LogEntry& e : log.take()) lines[ahead].push_back(e.text);
-      if (code[ahead] == 0)
-        EXPECT_TRUE(found == first);
-      else
-        EXPECT_LT(code[ahead], 0);
+      int32_t code = 0;
+      ASSERT_TRUE(readBack(file, &code) == first);
+      ASSERT_TRUE(calls == 0 || calls == IoFaults::calls());
+      calls = IoFaults::calls();
     }
-    EXPECT_EQ(code[0], code[1]);
-    EXPECT_EQ(lines[0], lines[1]);
+    ASSERT_GT(calls, 3);
+    for (int64_t n = 1; n <= calls; ++n) {
+      SCOPED_TRACE("failing call " + std::to_string(n));
+      int32_t code[2];
+      std::vector<std::string> lines[2];
+      for (int ahead = 0; ahead < 2; ++ahead) {
+        StoreDb::setParallelFrom(modes[ahead]);
+        zelkor::LogCapture log;
+        IoFaults::failAt(n);
+        Saved found = readBack(file, &code[ahead]);
+        IoFaults::failAt(0);
+        for (const LogEntry& e : log.take()) lines[ahead].push_back(e.text);
+        if (code[ahead] == 0)
+          EXPECT_TRUE(found == first);
+        else
+          EXPECT_LT(code[ahead], 0);
+      }
+      EXPECT_EQ(code[0], code[1]);
+      EXPECT_EQ(lines[0], lines[1]);
+    }
   }
   StoreDb::setParallelFrom(size_t(32) << 20);
   int32_t code = 0;
   EXPECT_TRUE(readBack(path, &code) == first);
+  // The readers changed nothing: the next writer rolls the journal back.
+  EXPECT_EQ(readBytes(hot), hotFile);
+  EXPECT_EQ(readBytes(hot + "-journal"), journal);
+  Word w = openStore(hot, VhdOpenMode::kReadWrite, &code);
+  ASSERT_EQ(code, 0);
+  EXPECT_EQ(modelOf(*spaceOf(w)), first.elements);
+  send(w, kDspo);
 }
 
 TEST(StoreFileFaults, ACreationThatFailsLeavesNoFileBehind) {
@@ -226,31 +295,7 @@ TEST(StoreFileFaults, AJournalLeftAtAPathIsNotTakenForANewStoreMadeThere) {
   ScratchDir dir;
   std::string old = dir.file("old.zst"), path = dir.file("new.zst");
   makeFirstFile(old);
-  // A save whose last two calls (clearing the journal's header, syncing it) and all after them
-  // fail leaves the new pages in the file and its journal hot, as a writer killed there would.
-  // The same save on a copy counts its calls.
-  std::filesystem::copy_file(old, old + ".copy");
-  int32_t code = 0;
-  Saved second;
-  Word probe = openStore(old + ".copy", VhdOpenMode::kReadWrite, &code);
-  changeToSecond(probe, &second);
-  IoFaults::failAt(0);
-  ASSERT_EQ(send(probe, kHChg), 0);
-  int64_t calls = IoFaults::calls();
-  send(probe, kDspo);
-  Word h = openStore(old, VhdOpenMode::kReadWrite, &code);
-  ASSERT_EQ(code, 0);
-  changeToSecond(h, &second);
-  zelkor::LogCapture quiet;
-  IoFaults::failAt(calls - 1, IoFaultKind::kIoError, true);
-  ASSERT_NE(send(h, kHChg), 0);
-  std::vector<uint8_t> journal = readBytes(old + "-journal");
-  ASSERT_GE(journal.size(), 28u);
-  ASSERT_NE(std::vector<uint8_t>(journal.begin(), journal.begin() + 28), std::vector<uint8_t>(28))
-      << "the journal is not hot";
-  writeBytes(path + "-journal", journal);
-  IoFaults::failAt(0);
-  send(h, kDspo);
+  writeBytes(path + "-journal", leaveHotJournal(old));
 
   Saved made;
   Word n = newHandle();
@@ -259,9 +304,65 @@ TEST(StoreFileFaults, AJournalLeftAtAPathIsNotTakenForANewStoreMadeThere) {
   for (int32_t e = 1; e <= 200; ++e) put(spaceOf(n), &made.elements, e, randomBytes(rng, 90));
   ASSERT_EQ(vhdCreateFile(n, path), 0);
   send(n, kDspo);
+  int32_t code = 0;
   Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
   ASSERT_EQ(code, 0);
   EXPECT_EQ(modelOf(*spaceOf(w)), made.elements);
   EXPECT_EQ(send(w, kHTsv), 0);
   send(w, kDspo);
+}
+
+TEST(StoreFileFaults, ANewStoreLeavesTheJournalOfALiveSaveAndTheTemporariesOfLiveCreations) {
+  ScratchDir dir;
+  std::string path = dir.file("x.zst");
+  auto makeStore = [&](uint32_t seed, Model* made) {
+    Word n = newHandle();
+    send(n, kHNew, 0, 3);
+    std::mt19937 rng(seed);
+    for (int32_t e = 1; e <= 50; ++e) put(spaceOf(n), made, e, randomBytes(rng, 90));
+    int32_t r = vhdCreateFile(n, path);
+    send(n, kDspo);
+    return r;
+  };
+  // A crashed creation's temporary file and a live creator's (its lock held), both old.
+  std::string stale = path + ".new-" + std::to_string(getpid()), live = path + ".new-live00";
+  writeBytes(stale, {1});
+  writeBytes(live, {2});
+  int liveLock = open(live.c_str(), O_RDONLY);
+  ASSERT_EQ(flock(liveLock, LOCK_EX), 0);
+  for (const std::string& f : {stale, live})
+    std::filesystem::last_write_time(
+        f, std::filesystem::file_time_type::clock::now() - std::chrono::minutes(5));
+  Model first;
+  ASSERT_EQ(makeStore(1, &first), 0);
+  EXPECT_FALSE(std::filesystem::exists(stale));
+  EXPECT_TRUE(std::filesystem::exists(live));
+  close(liveLock);
+
+  // A writer saves once (its journal stays), then its file is deleted and a new one made there.
+  int32_t code = 0;
+  Word w = openStore(path, VhdOpenMode::kReadWrite, &code);
+  ASSERT_EQ(code, 0);
+  put(spaceOf(w), &first, 60, {7});
+  ASSERT_EQ(send(w, kHChg), 0);
+  std::filesystem::remove(path);
+  // While the journal is open in a save (its lock held), no new store is made at the path.
+  int journalLock = open((path + "-journal").c_str(), O_RDONLY);
+  ASSERT_EQ(flock(journalLock, LOCK_SH), 0);
+  zelkor::LogCapture log;
+  Model second;
+  EXPECT_EQ(makeStore(2, &second), kVhdBusy);
+  EXPECT_FALSE(std::filesystem::exists(path));
+  close(journalLock);
+  second.clear();
+  ASSERT_EQ(makeStore(2, &second), 0);
+  // The writer of the deleted file saves nothing more: its journal would lie beside the new one.
+  put(spaceOf(w), &first, 61, {8});
+  EXPECT_EQ(send(w, kHChg), kVhdNoFile);
+  EXPECT_FALSE(std::filesystem::exists(path + "-journal"));
+  send(w, kDspo);
+  Word again = openStore(path, VhdOpenMode::kReadWrite, &code);
+  ASSERT_EQ(code, 0);
+  EXPECT_EQ(modelOf(*spaceOf(again)), second);
+  send(again, kDspo);
 }

@@ -60,6 +60,12 @@ TEST(StoreFile, ReopensWithExactlyTheSavedElementsAndRecordsAfterEverySave) {
     EXPECT_EQ(send(reader, kHTsv), 0);
     send(reader, kDspo);
   }
+  // Another space given to the bound handle (HNew) replaces the saved one whole at the next save.
+  auto* other = new fundra::ElementSpace(1024, 0);
+  model.clear();
+  for (int32_t n : {3, 70, 71, 200}) put(other, &model, n, randomBytes(rng, 90));
+  ASSERT_EQ(send(h, kHNew, other, 7), 0);
+  ASSERT_EQ(send(h, kHChg), 0);
   send(h, kDspo);
 
   // A writer opening the file later sees the same, and its first save without changes is empty.
@@ -156,6 +162,57 @@ TEST(StoreFile, RecordsAndElementsReachTheFileOnlyWithTheSave) {
   send(reader, kDspo);
 }
 
+TEST(StoreFile, AReaderReadsTheRecordsOfTheSaveItLoadedOrIsToldItsViewWentStale) {
+  ScratchDir dir;
+  std::string path = dir.file("stale.zst");
+  Model model;
+  Word h = createStore(path, &model, 10, 8);
+  Word file = send(h, kHGtF);
+  int32_t same = writeRecord(file, {1, 2, 3});
+  int32_t changed = writeRecord(file, {4, 5, 6, 7});
+  int32_t removed = writeRecord(file, {8});
+  ASSERT_EQ(send(h, kHChg), 0);
+
+  int32_t code = 0;
+  Word reader = openStore(path, VhdOpenMode::kReadOnly, &code);
+  ASSERT_EQ(code, 0);
+  Word rf = send(reader, kHGtF);
+  // The writer rewrites one record, removes another and saves.
+  fundra::TMemory* mem = nullptr;
+  ASSERT_EQ(send(file, kHRed, kTVhd, changed, &mem, 0), 0);
+  mem->SetSize(9, 0x55);
+  ASSERT_EQ(send(file, kHWrt, mem), 0);
+  send(file, kHDet, mem);
+  delete mem;
+  ASSERT_EQ(send(file, kHRmv, kTVhd, removed), 0);
+  ASSERT_EQ(send(h, kHChg), 0);
+
+  zelkor::LogCapture log;
+  // What did not change since the reader's load is read as it was loaded.
+  ASSERT_EQ(send(rf, kHRed, kTVhd, same, &mem, 0), 0);
+  EXPECT_EQ(std::vector<uint8_t>(mem->MemPtr(), mem->MemPtr() + mem->GetSize()),
+            (std::vector<uint8_t>{1, 2, 3}));
+  send(rf, kHDet, mem);
+  delete mem;
+  // Sizes are those of the loaded save; reading what changed since says the view is stale.
+  EXPECT_EQ(send(rf, kHSiz, kTVhd, changed), 4);
+  EXPECT_EQ(send(rf, kHRed, kTVhd, changed, &mem, 0), kVhdStale);
+  EXPECT_EQ(mem, nullptr);
+  EXPECT_EQ(send(rf, kHRed, kTVhd, removed, &mem, 0), kVhdStale);
+  EXPECT_EQ(send(reader, kHTsv), kVhdStale);
+  std::string lines;
+  for (const LogEntry& e : log.take()) lines += e.text + "\n";
+  EXPECT_NE(lines.find("record TVhd/" + std::to_string(changed) + ": the file was saved"),
+            std::string::npos)
+      << lines;
+  EXPECT_EQ(lines.find("damaged"), std::string::npos) << lines;
+  send(reader, kDspo);
+
+  // The writer's own check holds the file's rows against what it saved.
+  EXPECT_EQ(send(h, kHTsv), 0);
+  send(h, kDspo);
+}
+
 TEST(StoreFile, RecordFileAnswersItsProtocol) {
   ScratchDir dir;
   Model model;
@@ -187,8 +244,12 @@ TEST(StoreFile, RecordFileAnswersItsProtocol) {
   EXPECT_EQ(send(file, kHEId, kTVhd, 3), 0);
   EXPECT_EQ(send(file, kHCId, fc("Othr")), 1);
 
-  // Removing detaches; reading hands out an attached copy the caller owns.
+  // Removing detaches, and the ids asked for again leave the record out; reading hands out an
+  // attached copy the caller owns.
   EXPECT_EQ(send(file, kHRmv, kTVhd, 3), 0);
+  EXPECT_EQ(send(file, kHCId, kTVhd), 1);
+  EXPECT_EQ(send(file, kHEId, kTVhd, 1), 7);
+  EXPECT_EQ(send(file, kHEId, kTVhd, 2), 0);
   EXPECT_EQ(send(file, kHWrt, &b), kVhdNotAttached);
   EXPECT_EQ(send(file, kHRmv, kTVhd, 3), kVhdNoRecord);
   fundra::TMemory* read = nullptr;
@@ -323,4 +384,20 @@ TEST(StoreFile, FilesThatAreNotStoreFilesAreRefused) {
   sqlite3_exec(db, "CREATE TABLE t (x); INSERT INTO t VALUES (1);", nullptr, nullptr, nullptr);
   sqlite3_close(db);
   EXPECT_EQ(refused(dir.file("other.db")), kVhdNotStoreFile);
+
+  // A store file whose segment row was damaged opens, and its load is refused: HGtH answers
+  // the code and leaves no space in its out argument.
+  Model model;
+  Word h = createStore(dir.file("damaged.zst"), &model, 20, 9);
+  send(h, kDspo);
+  sqlite3_open(dir.file("damaged.zst").c_str(), &db);
+  sqlite3_exec(db, "UPDATE seg SET body = zeroblob(40) WHERE id = 0;", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  Word reader = newHandle();
+  ASSERT_EQ(vhdOpenFile(reader, dir.file("damaged.zst"), VhdOpenMode::kReadOnly), 0);
+  auto* space = reinterpret_cast<fundra::ElementSpace*>(&model);  // any pointer but null
+  zelkor::LogCapture quiet;
+  EXPECT_EQ(send(reader, kHGtH, &space), kVhdDamaged);
+  EXPECT_EQ(space, nullptr);
+  send(reader, kDspo);
 }

@@ -1,12 +1,12 @@
 // SegmentRows: rows read ahead on a thread are the rows the statement steps, in order, then its
 // last answer, whatever the loader does meanwhile.
+#include "platform/storefile/rows.h"
+
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include <string>
 #include <vector>
-
-#include "platform/storefile/rows.h"
 
 using storefile::SegmentRows;
 

@@ -1,12 +1,13 @@
 // The store file's file layer gathers a database's page writes and a journal's appends: whatever
 // reads the file afterwards, the same connection mid-transaction or another connection after an
 // unlock, sees exactly what SQLite wrote.
+#include "platform/storefile/vfs.h"
+
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include <string>
 
-#include "platform/storefile/vfs.h"
 #include "tests/storefile/support.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/fundra/debug.h"
+#include "platform/zelkor/codes.h"
 #include "platform/zelkor/zelkor.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
@@ -43,7 +44,7 @@ int cmdCheck(int argc, char** argv) {
   }
   progress.phase("checking every DL reachable from the root");
   int32_t rc = zelkor::i32(zelkor::send(f.store(), kTSCk));
-  progress.phase("done");
+  progress.done();
   std::vector<zelkor::LogEntry> lines = f.takeLog();
   std::vector<std::string> reports = asserts.take();
   if (!lines.empty()) {
@@ -59,7 +60,8 @@ int cmdCheck(int argc, char** argv) {
     std::printf("%s: sound (%d elements checked)\n", path, f.space()->LmLiveCount());
     return 0;
   }
-  std::printf("%s: not sound (check answered %d)\n", path, rc);
+  std::printf("%s: not sound (the check answered %s)\n", path,
+              rc == 0 ? "0" : zelkor::codeText(rc).c_str());
   return 1;
 }
 

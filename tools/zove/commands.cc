@@ -43,13 +43,22 @@ const std::vector<Command>& commands() {
        "Installs the store, collects every DL, blob, list and record that DL 1 no longer\n"
        "reaches, compacts and saves (HChg), and says how much was freed.",
        cmdGc},
-      {"export", "write a DL's structure as an exchange stream", "export FILE DL OUT",
+      {"recover", "roll back a save a crash interrupted", "recover FILE",
+       "Opens FILE for writing once and loads it. A save that a crash interrupted left its\n"
+       "journal (FILE-journal) set; the first writer to open the file rolls it back, so that\n"
+       "the file holds its last save again. Readers read that save through the journal\n"
+       "meanwhile; this is for a user who may write the file, when others may not.",
+       cmdRecover},
+      {"export", "write a DL's structure as an exchange stream", "export FILE DL OUT [--force]",
        "Writes DL and everything it refers to as an exchange stream (TSEx) to the file OUT.\n"
-       "The DL may not be a shared DL (a stored object) itself.",
+       "The DL may not be a shared DL (a stored object) itself. OUT may not be the store file\n"
+       "or its journal; an OUT that exists is replaced only with --force. The stream is written\n"
+       "to a new file beside OUT and renamed to it once whole.",
        cmdExport},
       {"import", "read an exchange stream into a DL and save", "import FILE DL IN",
        "Reads the exchange stream IN over DL (TSIm), which must be reachable from DL 1 so that\n"
-       "the save keeps it, and saves the file.",
+       "the save keeps it, and saves the file. IN is a file (or a pipe); its header is read\n"
+       "first, and no more than it holds.",
        cmdImport},
       {"classes", "list the classes that booted and their selectors", "classes",
        "Prints every class the framework booted, with its superclass, its instance bytes, the\n"

@@ -27,6 +27,7 @@ int cmdCheck(int argc, char** argv);    // check.cc
 int cmdDump(int argc, char** argv);     // dump.cc
 int cmdGraph(int argc, char** argv);    // graph.cc
 int cmdGc(int argc, char** argv);       // gc.cc
+int cmdRecover(int argc, char** argv);  // recover.cc
 int cmdExport(int argc, char** argv);   // exchange.cc
 int cmdImport(int argc, char** argv);   // exchange.cc
 int cmdDemo(int argc, char** argv);     // demo.cc

@@ -43,8 +43,8 @@ class Tour {
     if (failed_) return 0;
     int32_t r = i32(zelkor::send(store_, sel, args...));
     if (!ok(r)) {
-      std::fprintf(stderr, "zove demo: %s: %s answered %d; the log said:\n", what,
-                   zelkor::fcString(sel).c_str(), r);
+      std::fprintf(stderr, "zove demo: %s: %s answered %s; the log said:\n", what,
+                   zelkor::fcString(sel).c_str(), zelkor::codeText(r).c_str());
       printLog(stderr, log_.take());
       failed_ = true;
     }
@@ -276,8 +276,9 @@ int cmdDemo(int argc, char** argv) {
   if (!argc) {
     // The default file is the demo's own: a run replaces what the last one left.
     for (const char* suffix : {"", "-journal", "-wal", "-shm"}) unlink((path + suffix).c_str());
-  } else if (access(path.c_str(), F_OK) == 0) {
-    std::fprintf(stderr, "zove demo: %s exists; give the name of a new file\n", path.c_str());
+  } else if (std::string problem = pathProblem(path, PathUse::kNew); !problem.empty()) {
+    std::fprintf(stderr, "zove demo: %s: %s%s\n", path.c_str(), problem.c_str(),
+                 problem == "exists already" ? "; give the name of a new file" : "");
     return 1;
   }
   return runTour(path);

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "platform/storefile/recfile.h"
+#include "platform/zelkor/codes.h"
 #include "platform/zelkor/zelkor.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
@@ -27,9 +28,9 @@ int cmdGc(int argc, char** argv) {
   // HChg collects, compacts and saves in one step, as every host's save does.
   progress.phase("collecting and saving");
   int32_t rc = zelkor::i32(zelkor::send(f.store(), kHChg));
-  progress.phase("done");
+  progress.done();
   if (rc != 0) {
-    f.fail("collecting and saving failed (" + std::to_string(rc) + "); the log said:");
+    f.fail("collecting and saving failed, " + zelkor::codeText(rc) + "; the log said:");
     printLog(stderr, f.takeLog());
     return 1;
   }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/storefile/format.h"
 #include "platform/zelkor/codes.h"
 #include "platform/zelkor/zelkor.h"
 #include "tools/zove/commands.h"
@@ -17,15 +18,25 @@ std::string modulePath() {
 }
 
 void usage(FILE* out) {
-  std::fprintf(out, "usage: zove COMMAND [ARGS...]\n\ncommands:\n");
+  std::fprintf(out, "usage: zove COMMAND [ARGS...]\n       zove --version\n\ncommands:\n");
   for (const zove::cli::Command& c : zove::cli::commands())
     std::fprintf(out, "  %-8s %s\n", c.name, c.summary);
-  std::fprintf(out, "\n'zove COMMAND --help' tells more about one command.\n");
+  std::fprintf(out,
+               "\nA store file FILE keeps its journal beside it, FILE-journal: what a save under\n"
+               "way would undo. Copy, move and delete the two together. After a crash in a save\n"
+               "the journal is set: readers still read the last save through it, and the next\n"
+               "writer (or 'zove recover FILE') rolls it back.\n"
+               "\n'zove COMMAND --help' tells more about one command.\n");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2 && !std::strcmp(argv[1], "--version")) {
+    std::printf("zove %s (store file format %u; module %s)\n", ZOVE_VERSION, storefile::kFormat,
+                modulePath().c_str());
+    return 0;
+  }
   if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
     usage(argc < 2 ? stderr : stdout);
     return argc < 2 ? 2 : 0;

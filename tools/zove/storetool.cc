@@ -1,7 +1,9 @@
 #include "tools/zove/storetool.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +23,7 @@ StoreFile::~StoreFile() {
 }
 
 void StoreFile::fail(const std::string& what) const {
+  endProgress();
   std::fprintf(stderr, "zove %s: %s: %s\n", command_, path_.c_str(), what.c_str());
 }
 
@@ -38,7 +41,12 @@ bool StoreFile::open(bool writable) {
   if (rc == 0) rc = zelkor::i32(zelkor::send(store_, storefile::kHGtH, &space_));
   if (rc == 0 && !space_) rc = storefile::kVhdNoValue;
   if (rc != 0) {
-    fail(zelkor::codeText(rc));
+    // The system's own reason, where it has one, says more than the code.
+    std::string problem =
+        rc == storefile::kVhdNoFile || rc == storefile::kVhdReadOnly || rc == storefile::kVhdIoError
+            ? pathProblem(path_, writable ? PathUse::kWrite : PathUse::kRead)
+            : "";
+    fail(problem.empty() ? zelkor::codeText(rc) : problem);
     printLog(stderr, takeLog());
     return false;
   }
@@ -59,7 +67,7 @@ bool StoreFile::install(int32_t version) {
   if (version == kStoredVersion && !storedVersion(&version)) version = 0;
   int32_t rc = zelkor::i32(zelkor::send(store_, kTSIn, kToolChannel, version));
   if (rc != 0) {
-    fail("install refused (" + std::to_string(rc) + "); the log said:");
+    fail("install refused, " + zelkor::codeText(rc) + "; the log said:");
     printLog(stderr, takeLog());
     return false;
   }
@@ -67,6 +75,32 @@ bool StoreFile::install(int32_t version) {
 }
 
 Word StoreFile::recordFile() const { return zelkor::send(store_, storefile::kHGtF); }
+
+std::string pathProblem(const std::string& path, PathUse use) {
+  size_t slash = path.find_last_of('/');
+  std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) {
+    int e = errno;
+    struct stat dir;
+    if (e == ENOENT && ::stat(folder.c_str(), &dir) != 0) return "no such folder: " + folder;
+    if (e == ENOENT && !S_ISDIR(dir.st_mode)) return folder + " is not a folder";
+    if (e == ENOTDIR) return "a part of the path is not a folder";
+    if (e == EACCES) return "permission denied: this user may not look into a folder of the path";
+    if (e != ENOENT) return std::strerror(e);
+    if (use != PathUse::kNew) return "no such file";
+    if (::access(folder.c_str(), W_OK | X_OK) != 0)
+      return "permission denied: this user may not make files in " + folder;
+    return "";
+  }
+  if (use == PathUse::kNew) return S_ISDIR(st.st_mode) ? "is a folder" : "exists already";
+  if (S_ISDIR(st.st_mode)) return "is a folder, not a file";
+  if (!S_ISREG(st.st_mode)) return "is not a regular file (a device, a pipe or a socket)";
+  if (::access(path.c_str(), use == PathUse::kWrite ? R_OK | W_OK : R_OK) != 0)
+    return use == PathUse::kWrite ? "permission denied: this user may not write it"
+                                  : "permission denied: this user may not read it";
+  return "";
+}
 
 void printLog(FILE* out, const std::vector<zelkor::LogEntry>& lines) {
   for (const zelkor::LogEntry& e : lines) std::fprintf(out, "  %d %s\n", e.level, e.text.c_str());
@@ -95,11 +129,29 @@ std::string kindName(uint32_t type) {
   return buf;
 }
 
-Progress::Progress(const char* what, bool alongOutput)
-    : what_(what), tty_(isatty(2) && (alongOutput || !isatty(1))) {}
+namespace {
+Progress* gDrawing = nullptr;  // the progress that may have a line on the terminal
+}  // namespace
 
-Progress::~Progress() {
-  if (drawn_) std::fprintf(stderr, "\r\033[K");
+Progress::Progress(const char* what, bool alongOutput)
+    : what_(what), tty_(isatty(2) && (alongOutput || !isatty(1))) {
+  if (tty_) gDrawing = this;
+}
+
+Progress::~Progress() { done(); }
+
+void Progress::done() {
+  if (drawn_) {
+    std::fprintf(stderr, "\r\033[K");
+    std::fflush(stderr);
+  }
+  drawn_ = false;
+  tty_ = false;
+  if (gDrawing == this) gDrawing = nullptr;
+}
+
+void endProgress() {
+  if (gDrawing) gDrawing->done();
 }
 
 void Progress::phase(const char* what) {

@@ -63,6 +63,17 @@ class StoreFile {
 // Prints log lines, each as "  LEVEL text".
 void printLog(FILE* out, const std::vector<zelkor::LogEntry>& lines);
 
+// What a command needs a path to be.
+enum class PathUse {
+  kRead,   // a file to read
+  kWrite,  // a file to read and write in place (a store opened for writing)
+  kNew,    // a file to make: it must not exist, and its folder must take it
+};
+// Why the path cannot serve, in words: "no such file", "no such folder: DIR", "is a folder, not
+// a file", "is not a regular file", "permission denied: ...", "exists already"; "" when nothing
+// the system can tell stands in the way.
+std::string pathProblem(const std::string& path, PathUse use);
+
 // Parses a whole decimal (or 0x hexadecimal) 32-bit integer.
 bool parseInt(const char* text, int32_t* out);
 
@@ -75,12 +86,16 @@ std::string kindName(uint32_t type);
 // Progress of a long operation, shown on stderr only when it is a terminal: "what: done/total",
 // redrawn at most ten times a second and erased when the operation ends. A command that prints
 // as it goes passes alongOutput = false: its progress shows only while stdout goes elsewhere.
+// Anything a command prints comes after done() (a failure printed through StoreFile::fail ends
+// the progress itself), so no result is glued to a progress line.
 class Progress {
  public:
   explicit Progress(const char* what, bool alongOutput = true);
   ~Progress();
   void step(int64_t done, int64_t total);
   void phase(const char* what);
+  // Erases the line and draws no more.
+  void done();
 
  private:
   const char* what_;
@@ -88,5 +103,7 @@ class Progress {
   int64_t lastDraw_ = 0;
   bool drawn_ = false;
 };
+// Ends the progress being drawn, if any (before a message is printed).
+void endProgress();
 
 }  // namespace zove::cli

@@ -37,7 +37,8 @@ int luaMemstore(lua_State* L) {
   if (rc != 0) {
     zelkor::send(store, kDspo);
     untrackObject(store);
-    return luaL_error(L, "zove.memstore: HNew answered %d", int(zelkor::i32(rc)));
+    return luaL_error(L, "zove.memstore: HNew answered %s",
+                      zelkor::codeText(zelkor::i32(rc)).c_str());
   }
   pushObject(L, store);
   return 1;

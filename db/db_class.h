@@ -1,0 +1,127 @@
+// The classes `@DB `, `@DMD`, `@Ins` and `@PTY`: their instance data and the handlers their
+// build routines define.
+//
+// Only this folder's files include this header; other classes send selectors (zove/db.h).
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+
+#include "platform/fundra/dict.h"
+#include "platform/zelkor/zelkor.h"
+#include "zove/db.h"
+
+namespace zove {
+
+using zelkor::ClassRec;
+using zelkor::Msg;
+using zelkor::Object;
+
+// A DL's entry in the block states: the lock that serialises its opening and closing, and how
+// many threads are between finding the entry and being done with it (so that none frees it
+// while another is about to enter it).
+struct BlockSlot {
+  zelkor::TBlockState state;
+  int32_t pins = 0;
+};
+
+// Instance data of `@DB `, fields in this order (the first six are the documented ones; the lock
+// is this host's, see below). The dictionaries and the lock are built in Setu and destroyed in
+// Dspo.
+//
+// Invariants:
+//   D1. every record in `instances` has an open count of 1 or more;
+//   D2. a DL has an entry in `blockStates` while it is open, or while a thread is opening or
+//       closing it (its slot is pinned); a closed DL nobody is entering has none;
+//   D3. the record and slot of a DL change only while its block state is held, except that
+//       PmIS may replace a record's words.
+//
+// Locking: opening and closing of one DL are serialised by its block state, so different DLs go
+// on at once on several threads; the two dictionaries, shared by all DLs, are only touched with
+// `lock` held, and only for a lookup, an insert or a removal (never across a send). The lock is
+// taken before a block state's own lock, never after.
+struct DbData {
+  Word store;                 // the store this database belongs to (Setu, again XTSL)
+  int32_t moduleDL;           // this module's DL; 0 until XTSL or XTSD sets it
+  FourCC signature;           // module signature, given to Setu by the subclass
+  int32_t moduleSize;         // data size for the module DL when XTSD makes it
+  fundra::TDict blockStates;  // DL -> BlockSlot*
+  fundra::TDict instances;    // DL -> InstanceRecord* (MemAlloc)
+  std::mutex lock;            // guards both dictionaries and every slot's pins
+};
+
+// Instance data of `@DMD`.
+struct DmodData {
+  Word provider;  // the provider manager last announced with PmSt; 0 after PmEd
+};
+
+// Instance data of `@Ins`: four bytes that nothing reads.
+struct InsData {
+  int32_t reserved;
+};
+
+// Instance data of `@PTY`.
+struct PtyData {
+  Word store;  // the store whose DLs it names
+};
+
+// The class records, set when the classes boot.
+extern ClassRec* gDbClass;
+extern ClassRec* gDmodClass;
+extern ClassRec* gInsClass;
+extern ClassRec* gPtyClass;
+
+inline DbData* dbData(Object* self) { return zelkor::instanceData<DbData>(self, gDbClass); }
+// True once Setu built the members and until Dspo destroys them.
+bool dbBuilt(Object* self);
+
+// The build routines: the one table from selector to handler of each class.
+void DbClassBuild(ClassRec* cls);
+void DmodClassBuild(ClassRec* cls);
+void PtyClassBuild(ClassRec* cls);
+
+// --- Handlers, by the file that holds them ---------------------------------------------------
+#define DB_HANDLER(name) Word name(Object* self, const Msg& m)
+
+// join.cc: set-up, disposal, the store's notices, accessors, the class-side constructors
+DB_HANDLER(dbSetup);
+DB_HANDLER(dbDispose);
+DB_HANDLER(dbBindModule);
+DB_HANDLER(dbMakeModule);
+DB_HANDLER(dbStoreClosed);
+DB_HANDLER(dbTstBusy);
+DB_HANDLER(dbGetModuleDL);
+DB_HANDLER(dbGetSignature);
+DB_HANDLER(dbGetStore);
+DB_HANDLER(dbNewForStore);
+DB_HANDLER(dbInitForStore);
+
+// open.cc: opening and closing DLs into instances
+DB_HANDLER(dbOpenInstance);
+DB_HANDLER(dbCloseInstance);
+DB_HANDLER(dbGetInstance);
+DB_HANDLER(dbTstBlocked);
+DB_HANDLER(dbMakeInstance);
+DB_HANDLER(dbDisposeInstance);
+DB_HANDLER(dbSetInstance);
+
+// open.cc: what Dspo does with DLs still open (disposes of each instance, frees every record
+// and block state). Answers how many DLs were open.
+int32_t dbCloseAll(Object* self);
+
+// modeler.cc
+DB_HANDLER(dmodSetup);
+DB_HANDLER(dmodSetProvider);
+DB_HANDLER(dmodEndProvider);
+DB_HANDLER(dmodGetProvider);
+DB_HANDLER(dmodForward);
+
+// instance.cc: `@PTY` (`@Ins` has no handlers of its own)
+DB_HANDLER(ptySetup);
+DB_HANDLER(ptyGetName);
+DB_HANDLER(ptyGetShortName);
+DB_HANDLER(ptyGetAbilities);
+
+#undef DB_HANDLER
+
+}  // namespace zove

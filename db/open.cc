@@ -1,0 +1,264 @@
+// Opening stored DLs into live instances and closing them again, counted and serialised per DL.
+//
+// The instance record of an open DL (InstanceRecord, zove/db.h), eight pointer-wide words from
+// MemAlloc on this 64-bit host:
+//
+//   offset  width  field       meaning
+//   0       8      instance    the live instance object (PmIM writes it)
+//   8       8      open count  PInO calls not yet matched by PInC
+//   16      48     own[6]      the subclass's; PmIM may fill them, PmIS copies them
+//
+// Each DL's opening and closing runs inside its block state (a TBlockState, entered through a
+// TBlocker), so PmIM and PmID of one DL never overlap while different DLs proceed at once. The
+// dictionaries are shared by every DL and are touched only with the database's lock held
+// (db_class.h gives the invariants and the lock order).
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "db/db_class.h"
+#include "platform/fundra/debug.h"
+#include "platform/fundra/memory.h"
+
+namespace zove {
+
+using zelkor::asPtr;
+using zelkor::i32;
+using zelkor::send;
+using zelkor::toWord;
+
+namespace {
+
+using Hold = std::lock_guard<std::mutex>;
+
+Word dlKey(int32_t dl) { return toWord(dl); }
+
+InstanceRecord* recordOf(DbData* d, int32_t dl) {
+  return asPtr<InstanceRecord>(d->instances.Lookup(dlKey(dl)));
+}
+
+// Finds the DL's block state, making one when it has none, and pins it so that nobody frees it
+// before this thread is done. Answers null when there is no memory for a new one.
+BlockSlot* pinSlot(DbData* d, int32_t dl) {
+  Hold hold(d->lock);
+  auto* slot = asPtr<BlockSlot>(d->blockStates.Lookup(dlKey(dl)));
+  if (!slot) {
+    slot = new (std::nothrow) BlockSlot;
+    if (!slot) return nullptr;
+    d->blockStates.Set(dlKey(dl), toWord(slot));
+  }
+  slot->pins++;
+  return slot;
+}
+
+void exitBlock(zelkor::TBlocker& blocker) {
+  if (blocker.Exit() != 0) fundra::Debug("db", __LINE__);
+  blocker.Set(nullptr);
+}
+
+// Leaves the block of a DL that this thread may have left closed: exits, unpins, and deletes the
+// block state when nobody uses it and the DL is not open.
+void leaveBlock(DbData* d, int32_t dl, BlockSlot* slot, zelkor::TBlocker& blocker) {
+  exitBlock(blocker);
+  Hold hold(d->lock);
+  if (--slot->pins == 0 && slot->state.Usage() == 0 && !d->instances.Has(dlKey(dl))) {
+    d->blockStates.Remove(dlKey(dl));
+    delete slot;
+  }
+}
+
+}  // namespace
+
+// PInO (DL, Word* result, up to 10 words): opens the DL; the first opening makes its instance
+// (PmIM with the further words). A failed PmIM leaves no trace.
+Word dbOpenInstance(Object* self, const Msg& m) {
+  if (!dbBuilt(self)) {
+    fundra::Debug("db", __LINE__);
+    return kRefused;
+  }
+  DbData* d = dbData(self);
+  int32_t dl = i32(m.w[0]);
+  auto* result = asPtr<Word>(m.w[1]);
+  BlockSlot* slot = pinSlot(d, dl);
+  if (!slot) return kNoMemory;
+  zelkor::TBlocker blocker;
+  blocker.Set(&slot->state);
+  blocker.Enter();
+  if (result) *result = 0;
+
+  InstanceRecord* rec;
+  Word instance = 0;
+  {
+    Hold hold(d->lock);
+    rec = recordOf(d, dl);
+    if (rec) {
+      // The DL stays open, so its block state stays: the pin can go before the blocker is left
+      // (whoever finds the state unpinned still finds it held until then).
+      rec->openCount++;
+      slot->pins--;
+      instance = rec->instance;
+    }
+  }
+  if (!rec) {
+    rec = static_cast<InstanceRecord*>(fundra::MemAlloc(sizeof(InstanceRecord)));
+    Msg make = m;
+    make.sel = kPmIM;
+    make.w[1] = toWord(rec);
+    Word r = rec ? zelkor::dispatch(self, make) : Word(kNoMemory);
+    if (r != 0) {
+      fundra::MemFree(rec);
+      leaveBlock(d, dl, slot, blocker);
+      return r;
+    }
+    Hold hold(d->lock);
+    d->instances.Set(dlKey(dl), toWord(rec));
+    rec->openCount++;
+    slot->pins--;
+    instance = rec->instance;
+  }
+  if (result) *result = instance;
+  exitBlock(blocker);
+  return 0;
+}
+
+// PInC (DL): closes one opening; the last disposes of the instance (PmID with a copy of the
+// record, which is freed first) and the DL's block state goes.
+Word dbCloseInstance(Object* self, const Msg& m) {
+  if (!dbBuilt(self)) {
+    fundra::Debug("db", __LINE__);
+    return 0;
+  }
+  DbData* d = dbData(self);
+  int32_t dl = i32(m.w[0]);
+  BlockSlot* slot = pinSlot(d, dl);
+  if (!slot) return kNoMemory;
+  zelkor::TBlocker blocker;
+  blocker.Set(&slot->state);
+  blocker.Enter();
+
+  InstanceRecord* rec;
+  InstanceRecord copy;
+  bool last = false;
+  {
+    Hold hold(d->lock);
+    rec = recordOf(d, dl);
+    if (rec && --rec->openCount == 0) {
+      d->instances.Remove(dlKey(dl));
+      std::memcpy(&copy, rec, sizeof copy);
+      last = true;
+    } else if (rec) {
+      slot->pins--;
+    }
+  }
+  if (!rec) {
+    // Closing a DL that is not open.
+    fundra::Debug("db", __LINE__);
+    leaveBlock(d, dl, slot, blocker);
+    return 0;
+  }
+  if (!last) {
+    exitBlock(blocker);
+    return 0;
+  }
+  fundra::MemFree(rec);
+  send(self, kPmID, dl, &copy);
+  leaveBlock(d, dl, slot, blocker);
+  return 0;
+}
+
+// PInG (DL): the instance of an open DL, but 0 while any thread is inside (or entering) the DL's
+// block, so that nobody is handed an instance being made or disposed of.
+Word dbGetInstance(Object* self, const Msg& m) {
+  if (!dbBuilt(self)) {
+    fundra::Debug("db", __LINE__);
+    return 0;
+  }
+  DbData* d = dbData(self);
+  int32_t dl = i32(m.w[0]);
+  Hold hold(d->lock);
+  auto* slot = asPtr<BlockSlot>(d->blockStates.Lookup(dlKey(dl)));
+  if (slot && (slot->pins > 0 || slot->state.Usage() > 0)) return 0;
+  InstanceRecord* rec = recordOf(d, dl);
+  return rec ? rec->instance : 0;
+}
+
+// PInB (DL): 1 while the DL is open or a thread is opening or closing it.
+Word dbTstBlocked(Object* self, const Msg& m) {
+  if (!dbBuilt(self)) {
+    fundra::Debug("db", __LINE__);
+    return 0;
+  }
+  DbData* d = dbData(self);
+  Word key = dlKey(i32(m.w[0]));
+  Hold hold(d->lock);
+  return d->blockStates.Has(key) || d->instances.Has(key) ? 1 : 0;
+}
+
+// PmIM (DL, record, PInO's further words): the default instance is a plain `@Ins`.
+Word dbMakeInstance(Object*, const Msg& m) {
+  auto* rec = asPtr<InstanceRecord>(m.w[1]);
+  if (!rec) {
+    fundra::Debug("db", __LINE__);
+    return kRefused;
+  }
+  rec->instance = send(zelkor::ZelkorLookup(kInsSig), kNew_);
+  send(rec->instance, kSetu);
+  return 0;
+}
+
+// PmID (DL, record): disposes of the instance.
+Word dbDisposeInstance(Object*, const Msg& m) {
+  auto* rec = asPtr<InstanceRecord>(m.w[1]);
+  if (!rec) {
+    fundra::Debug("db", __LINE__);
+    return 0;
+  }
+  return send(rec->instance, kDspo);
+}
+
+// PmIS (DL, record): a copy of the eight words becomes the DL's record, in the block it has or a
+// new one. A record that counts no opening is refused: no PInC would ever free it.
+Word dbSetInstance(Object* self, const Msg& m) {
+  auto* from = asPtr<InstanceRecord>(m.w[1]);
+  if (!dbBuilt(self) || !from || from->openCount < 1) {
+    fundra::Debug("db", __LINE__);
+    return 0;
+  }
+  DbData* d = dbData(self);
+  int32_t dl = i32(m.w[0]);
+  Hold hold(d->lock);
+  InstanceRecord* rec = recordOf(d, dl);
+  if (!rec) {
+    rec = static_cast<InstanceRecord*>(fundra::MemAlloc(sizeof(InstanceRecord)));
+    if (!rec) return kNoMemory;
+    d->instances.Set(dlKey(dl), toWord(rec));
+  }
+  std::memmove(rec, from, sizeof *rec);
+  return 0;
+}
+
+int32_t dbCloseAll(Object* self) {
+  DbData* d = dbData(self);
+  std::vector<std::pair<Word, InstanceRecord*>> open;
+  {
+    fundra::TDictIter it(d->instances);
+    Word key, value;
+    while (it.Next(&key, &value)) open.emplace_back(key, asPtr<InstanceRecord>(value));
+  }
+  d->instances.Clear();
+  for (auto& [key, rec] : open) {
+    InstanceRecord copy;
+    std::memcpy(&copy, rec, sizeof copy);
+    fundra::MemFree(rec);
+    send(self, kPmID, key, &copy);
+  }
+  {
+    fundra::TDictIter it(d->blockStates);
+    Word key, value;
+    while (it.Next(&key, &value)) delete asPtr<BlockSlot>(value);
+  }
+  d->blockStates.Clear();
+  return int32_t(open.size());
+}
+
+}  // namespace zove

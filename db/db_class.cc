@@ -87,6 +87,11 @@ const int gPtyBoot = zelkor::MakeBoot(zelkor::kRootSig, PtyBootProc, "PtyBootPro
 
 }  // namespace
 
+void DictLock::waitFree() {
+  for (int spins = 0; held_.load(std::memory_order_relaxed); ++spins)
+    if (spins >= 64) std::this_thread::yield();
+}
+
 bool dbBuilt(Object* self) {
   uint32_t flags = zelkor::segmentFlags(self, gDbClass);
   return (flags & zelkor::kBuilt) && !(flags & zelkor::kDestroyed);

@@ -4,8 +4,10 @@
 // Only this folder's files include this header; other classes send selectors (zove/db.h).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <thread>
 
 #include "platform/fundra/dict.h"
 #include "platform/zelkor/zelkor.h"
@@ -17,12 +19,28 @@ using zelkor::ClassRec;
 using zelkor::Msg;
 using zelkor::Object;
 
-// A DL's entry in the block states: the lock that serialises its opening and closing, and how
-// many threads are between finding the entry and being done with it (so that none frees it
-// while another is about to enter it).
+// A DL's entry in the block states: the lock that serialises its opening and closing, how many
+// threads found the entry and wait to enter it (so that none frees it meanwhile), and the DL's
+// record, so that a thread inside the block reaches it without a second lookup.
 struct BlockSlot {
   zelkor::TBlockState state;
-  int32_t pins = 0;
+  int32_t pins = 0;                  // with the database's lock held
+  InstanceRecord* record = nullptr;  // as in `instances` (D3, D4)
+};
+
+// The dictionaries' lock. It is held for a lookup, an insert or a removal and never across a send,
+// so a thread that finds it taken spins (yielding the processor after a while) rather than
+// sleeping; taking a free one is a single exchange.
+class DictLock {
+ public:
+  void lock() {
+    while (held_.exchange(true, std::memory_order_acquire)) waitFree();
+  }
+  void unlock() { held_.store(false, std::memory_order_release); }
+
+ private:
+  void waitFree();
+  std::atomic<bool> held_{false};
 };
 
 // Instance data of `@DB `, fields in this order (the first six are the documented ones; the lock
@@ -31,15 +49,17 @@ struct BlockSlot {
 //
 // Invariants:
 //   D1. every record in `instances` has an open count of 1 or more;
-//   D2. a DL has an entry in `blockStates` while it is open, or while a thread is opening or
-//       closing it (its slot is pinned); a closed DL nobody is entering has none;
-//   D3. the record and slot of a DL change only while its block state is held, except that
-//       PmIS may replace a record's words.
+//   D2. a DL has an entry in `blockStates` while it has a record, and while a thread is inside
+//       its block or waiting to enter it (its slot is pinned); any other DL has none;
+//   D3. a slot's `record` is the DL's entry in `instances`, or null when it has none;
+//   D4. a record's words and a slot's `record` change only inside the DL's block, and `record`
+//       only with `lock` held too (so a thread outside the block may read it under the lock).
 //
 // Locking: opening and closing of one DL are serialised by its block state, so different DLs go
 // on at once on several threads; the two dictionaries, shared by all DLs, are only touched with
-// `lock` held, and only for a lookup, an insert or a removal (never across a send). The lock is
-// taken before a block state's own lock, never after.
+// `lock` held, and only for a lookup, an insert or a removal (never across a send). With `lock`
+// held a thread only tries a block state (TryEnter), never waits for one, so a thread inside a
+// block may take `lock` without deadlock.
 struct DbData {
   Word store;                 // the store this database belongs to (Setu, again XTSL)
   int32_t moduleDL;           // this module's DL; 0 until XTSL or XTSD sets it
@@ -47,7 +67,7 @@ struct DbData {
   int32_t moduleSize;         // data size for the module DL when XTSD makes it
   fundra::TDict blockStates;  // DL -> BlockSlot*
   fundra::TDict instances;    // DL -> InstanceRecord* (MemAlloc)
-  std::mutex lock;            // guards both dictionaries and every slot's pins
+  DictLock lock;              // guards both dictionaries (and every slot's `record`, D4)
 };
 
 // Instance data of `@DMD`.

@@ -24,7 +24,7 @@ Word dbSetup(Object* self, const Msg& m) {
   }
   new (&d->blockStates) fundra::TDict(0, 0);
   new (&d->instances) fundra::TDict(0, 0);
-  new (&d->lock) std::mutex();
+  new (&d->lock) DictLock();
   flags |= zelkor::kBuilt;
   d->store = m.w[0];
   d->signature = u32(m.w[1]);
@@ -45,7 +45,7 @@ Word dbDispose(Object* self, const Msg& m) {
     // Each DL still open is closed here, its instance disposed of, so that nothing leaks.
     if (d->instances.Count() != 0) fundra::Debug("db", __LINE__);
     dbCloseAll(self);
-    d->lock.~mutex();
+    d->lock.~DictLock();
     d->instances.~TDict();
     d->blockStates.~TDict();
     zelkor::segmentFlags(self, gDbClass) |= zelkor::kDestroyed;

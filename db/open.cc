@@ -29,7 +29,7 @@ using zelkor::toWord;
 
 namespace {
 
-using Hold = std::lock_guard<std::mutex>;
+using Hold = std::lock_guard<DictLock>;
 
 Word dlKey(int32_t dl) { return toWord(dl); }
 
@@ -37,17 +37,26 @@ InstanceRecord* recordOf(DbData* d, int32_t dl) {
   return asPtr<InstanceRecord>(d->instances.Lookup(dlKey(dl)));
 }
 
-// Finds the DL's block state, making one when it has none, and pins it so that nobody frees it
-// before this thread is done. Answers null when there is no memory for a new one.
-BlockSlot* pinSlot(DbData* d, int32_t dl) {
-  Hold hold(d->lock);
-  auto* slot = asPtr<BlockSlot>(d->blockStates.Lookup(dlKey(dl)));
-  if (!slot) {
-    slot = new (std::nothrow) BlockSlot;
-    if (!slot) return nullptr;
-    d->blockStates.Set(dlKey(dl), toWord(slot));
+// Enters the DL's block, making its state when it has none. The state is tried with the lock
+// held, so that a free one is entered before anyone could delete it; a thread that has to wait
+// pins the state meanwhile instead. Answers null when there is no memory for a new state.
+BlockSlot* enterBlock(DbData* d, int32_t dl, zelkor::TBlocker& blocker) {
+  BlockSlot* slot;
+  {
+    Hold hold(d->lock);
+    slot = asPtr<BlockSlot>(d->blockStates.Lookup(dlKey(dl)));
+    if (!slot) {
+      slot = new (std::nothrow) BlockSlot;
+      if (!slot) return nullptr;
+      d->blockStates.Set(dlKey(dl), toWord(slot));
+    }
+    blocker.Set(&slot->state);
+    if (blocker.TryEnter() == 0) return slot;
+    slot->pins++;
   }
-  slot->pins++;
+  blocker.Enter();
+  Hold hold(d->lock);
+  slot->pins--;
   return slot;
 }
 
@@ -56,12 +65,12 @@ void exitBlock(zelkor::TBlocker& blocker) {
   blocker.Set(nullptr);
 }
 
-// Leaves the block of a DL that this thread may have left closed: exits, unpins, and deletes the
-// block state when nobody uses it and the DL is not open.
+// Leaves the block of a DL that this thread may have left closed: exits, and deletes the block
+// state when nobody uses it and the DL has no record.
 void leaveBlock(DbData* d, int32_t dl, BlockSlot* slot, zelkor::TBlocker& blocker) {
   exitBlock(blocker);
   Hold hold(d->lock);
-  if (--slot->pins == 0 && slot->state.Usage() == 0 && !d->instances.Has(dlKey(dl))) {
+  if (slot->pins == 0 && slot->state.Usage() == 0 && !slot->record) {
     d->blockStates.Remove(dlKey(dl));
     delete slot;
   }
@@ -79,26 +88,11 @@ Word dbOpenInstance(Object* self, const Msg& m) {
   DbData* d = dbData(self);
   int32_t dl = i32(m.w[0]);
   auto* result = asPtr<Word>(m.w[1]);
-  BlockSlot* slot = pinSlot(d, dl);
-  if (!slot) return kNoMemory;
   zelkor::TBlocker blocker;
-  blocker.Set(&slot->state);
-  blocker.Enter();
+  BlockSlot* slot = enterBlock(d, dl, blocker);
+  if (!slot) return kNoMemory;
   if (result) *result = 0;
-
-  InstanceRecord* rec;
-  Word instance = 0;
-  {
-    Hold hold(d->lock);
-    rec = recordOf(d, dl);
-    if (rec) {
-      // The DL stays open, so its block state stays: the pin can go before the blocker is left
-      // (whoever finds the state unpinned still finds it held until then).
-      rec->openCount++;
-      slot->pins--;
-      instance = rec->instance;
-    }
-  }
+  InstanceRecord* rec = slot->record;
   if (!rec) {
     rec = static_cast<InstanceRecord*>(fundra::MemAlloc(sizeof(InstanceRecord)));
     Msg make = m;
@@ -112,11 +106,10 @@ Word dbOpenInstance(Object* self, const Msg& m) {
     }
     Hold hold(d->lock);
     d->instances.Set(dlKey(dl), toWord(rec));
-    rec->openCount++;
-    slot->pins--;
-    instance = rec->instance;
+    slot->record = rec;
   }
-  if (result) *result = instance;
+  rec->openCount++;
+  if (result) *result = rec->instance;
   exitBlock(blocker);
   return 0;
 }
@@ -130,36 +123,27 @@ Word dbCloseInstance(Object* self, const Msg& m) {
   }
   DbData* d = dbData(self);
   int32_t dl = i32(m.w[0]);
-  BlockSlot* slot = pinSlot(d, dl);
-  if (!slot) return kNoMemory;
   zelkor::TBlocker blocker;
-  blocker.Set(&slot->state);
-  blocker.Enter();
-
-  InstanceRecord* rec;
-  InstanceRecord copy;
-  bool last = false;
-  {
-    Hold hold(d->lock);
-    rec = recordOf(d, dl);
-    if (rec && --rec->openCount == 0) {
-      d->instances.Remove(dlKey(dl));
-      std::memcpy(&copy, rec, sizeof copy);
-      last = true;
-    } else if (rec) {
-      slot->pins--;
-    }
-  }
+  BlockSlot* slot = enterBlock(d, dl, blocker);
+  if (!slot) return kNoMemory;
+  InstanceRecord* rec = slot->record;
   if (!rec) {
     // Closing a DL that is not open.
     fundra::Debug("db", __LINE__);
     leaveBlock(d, dl, slot, blocker);
     return 0;
   }
-  if (!last) {
+  if (--rec->openCount > 0) {
     exitBlock(blocker);
     return 0;
   }
+  {
+    Hold hold(d->lock);
+    d->instances.Remove(dlKey(dl));
+    slot->record = nullptr;
+  }
+  InstanceRecord copy;
+  std::memcpy(&copy, rec, sizeof copy);
   fundra::MemFree(rec);
   send(self, kPmID, dl, &copy);
   leaveBlock(d, dl, slot, blocker);
@@ -217,7 +201,8 @@ Word dbDisposeInstance(Object*, const Msg& m) {
 }
 
 // PmIS (DL, record): a copy of the eight words becomes the DL's record, in the block it has or a
-// new one. A record that counts no opening is refused: no PInC would ever free it.
+// new one. A record that counts no opening is refused: no PInC would ever free it. The copy is
+// made inside the DL's block (entered again when the caller is already inside it).
 Word dbSetInstance(Object* self, const Msg& m) {
   auto* from = asPtr<InstanceRecord>(m.w[1]);
   if (!dbBuilt(self) || !from || from->openCount < 1) {
@@ -226,15 +211,22 @@ Word dbSetInstance(Object* self, const Msg& m) {
   }
   DbData* d = dbData(self);
   int32_t dl = i32(m.w[0]);
-  Hold hold(d->lock);
-  InstanceRecord* rec = recordOf(d, dl);
-  if (!rec) {
-    rec = static_cast<InstanceRecord*>(fundra::MemAlloc(sizeof(InstanceRecord)));
-    if (!rec) return kNoMemory;
+  zelkor::TBlocker blocker;
+  BlockSlot* slot = enterBlock(d, dl, blocker);
+  if (!slot) return kNoMemory;
+  Word r = 0;
+  InstanceRecord* rec = slot->record;
+  if (!rec) rec = static_cast<InstanceRecord*>(fundra::MemAlloc(sizeof(InstanceRecord)));
+  if (rec) {
+    Hold hold(d->lock);
+    std::memmove(rec, from, sizeof *rec);
     d->instances.Set(dlKey(dl), toWord(rec));
+    slot->record = rec;
+  } else {
+    r = kNoMemory;
   }
-  std::memmove(rec, from, sizeof *rec);
-  return 0;
+  leaveBlock(d, dl, slot, blocker);
+  return r;
 }
 
 int32_t dbCloseAll(Object* self) {

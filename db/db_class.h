@@ -25,6 +25,7 @@ using zelkor::Object;
 struct BlockSlot {
   zelkor::TBlockState state;
   int32_t pins = 0;                  // with the database's lock held
+  BlockSlot* nextSpare = nullptr;    // on the database's spare list, with its lock held
   InstanceRecord* record = nullptr;  // as in `instances` (D3, D4)
 };
 
@@ -67,6 +68,7 @@ struct DbData {
   int32_t moduleSize;         // data size for the module DL when XTSD makes it
   fundra::TDict blockStates;  // DL -> BlockSlot*
   fundra::TDict instances;    // DL -> InstanceRecord* (MemAlloc)
+  BlockSlot* spare;           // block states no DL uses, kept for the next (see open.cc)
   DictLock lock;              // guards both dictionaries (and every slot's `record`, D4)
 };
 

@@ -25,6 +25,7 @@ Word dbSetup(Object* self, const Msg& m) {
   new (&d->blockStates) fundra::TDict(0, 0);
   new (&d->instances) fundra::TDict(0, 0);
   new (&d->lock) DictLock();
+  d->spare = nullptr;
   flags |= zelkor::kBuilt;
   d->store = m.w[0];
   d->signature = u32(m.w[1]);

@@ -12,6 +12,12 @@
 // TBlocker), so PmIM and PmID of one DL never overlap while different DLs proceed at once. The
 // dictionaries are shared by every DL and are touched only with the database's lock held
 // (db_class.h gives the invariants and the lock order).
+//
+// A block state that no DL uses any more leaves the dictionary but is not freed: it goes on the
+// database's spare list and serves the next DL that needs one. A thread leaving a state may still
+// read it (to see whether anyone sleeps there) just after another thread has entered it, used it
+// and found it unused; so the memory stays a block state until Dspo. The spare list is never
+// longer than the most DLs that were ever in blocks at once.
 #include <cstring>
 #include <new>
 #include <vector>
@@ -46,8 +52,9 @@ BlockSlot* enterBlock(DbData* d, int32_t dl, zelkor::TBlocker& blocker) {
     Hold hold(d->lock);
     slot = asPtr<BlockSlot>(d->blockStates.Lookup(dlKey(dl)));
     if (!slot) {
-      slot = new (std::nothrow) BlockSlot;
+      slot = d->spare ? d->spare : new (std::nothrow) BlockSlot;
       if (!slot) return nullptr;
+      if (slot == d->spare) d->spare = slot->nextSpare;
       d->blockStates.Set(dlKey(dl), toWord(slot));
     }
     blocker.Set(&slot->state);
@@ -65,15 +72,20 @@ void exitBlock(zelkor::TBlocker& blocker) {
   blocker.Set(nullptr);
 }
 
-// Leaves the block of a DL that this thread may have left closed: exits, and deletes the block
-// state when nobody uses it and the DL has no record.
+// Leaves the block of a DL that this thread may have left closed. When nobody else uses the
+// block state (this thread is its only user: no pin, no sleeper, no outer entry) and the DL has no
+// record, the state leaves the dictionary before this thread leaves it, so that no two threads
+// ever retire one state.
 void leaveBlock(DbData* d, int32_t dl, BlockSlot* slot, zelkor::TBlocker& blocker) {
-  exitBlock(blocker);
-  Hold hold(d->lock);
-  if (slot->pins == 0 && slot->state.Usage() == 0 && !slot->record) {
-    d->blockStates.Remove(dlKey(dl));
-    delete slot;
+  {
+    Hold hold(d->lock);
+    if (slot->pins == 0 && slot->state.Usage() == 1 && !slot->record) {
+      d->blockStates.Remove(dlKey(dl));
+      slot->nextSpare = d->spare;
+      d->spare = slot;
+    }
   }
+  exitBlock(blocker);
 }
 
 }  // namespace
@@ -250,6 +262,10 @@ int32_t dbCloseAll(Object* self) {
     while (it.Next(&key, &value)) delete asPtr<BlockSlot>(value);
   }
   d->blockStates.Clear();
+  while (BlockSlot* slot = d->spare) {
+    d->spare = slot->nextSpare;
+    delete slot;
+  }
   return int32_t(open.size());
 }
 

@@ -8,6 +8,10 @@
 // Entering a free state and leaving one nobody waits for cost one atomic instruction each (a
 // database object enters a DL's state on every opening and closing); a thread that finds the
 // state held sleeps on a condition variable until the holder leaves it.
+//
+// A thread leaving a state reads it once more after giving it up (whether anyone sleeps there),
+// so another thread may enter it in between: free a state only when no thread can still be
+// leaving it (a database object keeps its DLs' states until it is disposed of, docs/db.md).
 #pragma once
 
 #include <atomic>

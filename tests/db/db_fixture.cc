@@ -16,8 +16,8 @@ Word recNotice(Object* self, const Msg& m) {
   if (m.sel == kXTSL)
     recorder().add("XTSL " + fcString(u32(m.w[1])) + " " + word(m.w[2]));
   else
-    recorder().add("XTSD");
-  return passMsg(gRecording, self, m);
+    recorder().add(fcString(m.sel));
+  return m.sel == kXTSI ? 0 : passMsg(gRecording, self, m);
 }
 
 Word recMake(Object* self, const Msg& m) {
@@ -39,6 +39,7 @@ struct Boot : ::testing::Environment {
     Defn(gRecording, kSetu, recSetup);
     Defn(gRecording, kXTSL, recNotice);
     Defn(gRecording, kXTSD, recNotice);
+    Defn(gRecording, kXTSI, recNotice);
     Defn(gRecording, kPmIM, recMake);
     Defn(gRecording, kPmID, recDispose);
   }

@@ -26,11 +26,12 @@ constexpr FourCC kTestSig = fc("TST1");
 constexpr int32_t kTestDataSize = 8;
 
 // The recording database class `tDB1` (a subclass of `@DB ` for module TST1, data size 8): its
-// Setu passes its signature up, as every module's class does; XTSL, XTSD, PmIM and PmID are
-// traced and passed to `@DB `. PmIM answers `failMake` instead when that is non-zero.
+// Setu passes its signature up, as every module's class does; XTSL, XTSD, XTSI, PmIM and PmID
+// are traced (and passed to `@DB ` where it answers them). PmIM answers `failMake` instead when
+// that is non-zero.
 struct Recorder {
   std::mutex mu;
-  std::vector<std::string> trace;  // "XTSD", "PmIM 7 w2 w3", "PmID 7", ...
+  std::vector<std::string> trace;  // "XTSD", "PmIM 7 w2 w11", "PmID 7", ...
   Word failMake = 0;
   InstanceRecord* lastMade = nullptr;  // the record PmIM was given last
   void add(std::string line) {

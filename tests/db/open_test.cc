@@ -59,7 +59,7 @@ TEST_F(DbOpen, AFailedMakeLeavesNoTrace) {
   EXPECT_NE(result, 0);
   EXPECT_EQ(S(db, kPInC, 9), 0);
   EXPECT_EQ(recorder().take(),
-            (std::vector<std::string>{"XTSD", "PmIM 9 0 0", "PmIM 9 0 0", "PmID 9"}));
+            (std::vector<std::string>{"XTSD", "XTSI", "PmIM 9 0 0", "PmIM 9 0 0", "PmID 9"}));
 }
 
 TEST_F(DbOpen, PmISStoresACopyOfTheEightWordsOfAnOpenRecord) {

@@ -44,7 +44,7 @@ InstanceRecord* recordOf(DbData* d, int32_t dl) {
 }
 
 // Enters the DL's block, making its state when it has none. The state is tried with the lock
-// held, so that a free one is entered before anyone could delete it; a thread that has to wait
+// held, so that a free one is entered before anyone could retire it; a thread that has to wait
 // pins the state meanwhile instead. Answers null when there is no memory for a new state.
 BlockSlot* enterBlock(DbData* d, int32_t dl, zelkor::TBlocker& blocker) {
   BlockSlot* slot;

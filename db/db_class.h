@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <climits>
 #include <cstdint>
 #include <mutex>
 #include <thread>
@@ -23,11 +24,17 @@ using zelkor::Object;
 // threads found the entry and wait to enter it (so that none frees it meanwhile), and the DL's
 // record, so that a thread inside the block reaches it without a second lookup.
 struct BlockSlot {
+  static constexpr int64_t kSpare = INT64_MIN;
   zelkor::TBlockState state;
+  std::atomic<int64_t> dl{kSpare};   // the DL it serves, or kSpare (D5)
   int32_t pins = 0;                  // with the database's lock held
   BlockSlot* nextSpare = nullptr;    // on the database's spare list, with its lock held
   InstanceRecord* record = nullptr;  // as in `instances` (D3, D4)
 };
+
+// How many recently entered block states a database remembers by DL (kHints must be a power of
+// 2): a DL opened again finds its state there without the dictionaries' lock.
+constexpr uint32_t kHints = 16;
 
 // The dictionaries' lock. It is held for a lookup, an insert or a removal and never across a send,
 // so a thread that finds it taken spins (yielding the processor after a while) rather than
@@ -54,13 +61,20 @@ class DictLock {
 //       its block or waiting to enter it (its slot is pinned); any other DL has none;
 //   D3. a slot's `record` is the DL's entry in `instances`, or null when it has none;
 //   D4. a record's words and a slot's `record` change only inside the DL's block, and `record`
-//       only with `lock` held too (so a thread outside the block may read it under the lock).
+//       only with `lock` held too (so a thread outside the block may read it under the lock);
+//   D5. a slot's `dl` is its key in `blockStates`, or kSpare when it is in none; it changes only
+//       while the slot's state is held and `lock` too, so a thread that holds the state and finds
+//       its DL there holds that DL's block;
+//   D6. block states are freed only by Dspo: retired ones wait on `spare`, and a hint may name
+//       any slot, live or spare.
 //
 // Locking: opening and closing of one DL are serialised by its block state, so different DLs go
 // on at once on several threads; the two dictionaries, shared by all DLs, are only touched with
 // `lock` held, and only for a lookup, an insert or a removal (never across a send). With `lock`
 // held a thread only tries a block state (TryEnter), never waits for one, so a thread inside a
-// block may take `lock` without deadlock.
+// block may take `lock` without deadlock. A DL opened again may find its state through `hints`
+// without `lock`: it tries the state and keeps it only if, once held, the state serves that DL
+// (D5); D6 keeps a stale hint pointing at a block state.
 struct DbData {
   Word store;                 // the store this database belongs to (Setu, again XTSL)
   int32_t moduleDL;           // this module's DL; 0 until XTSL or XTSD sets it
@@ -70,6 +84,7 @@ struct DbData {
   fundra::TDict instances;    // DL -> InstanceRecord* (MemAlloc)
   BlockSlot* spare;           // block states no DL uses, kept for the next (see open.cc)
   DictLock lock;              // guards both dictionaries (and every slot's `record`, D4)
+  std::atomic<BlockSlot*> hints[kHints];  // by DL modulo kHints: a state entered lately
 };
 
 // Instance data of `@DMD`.

@@ -26,6 +26,7 @@ Word dbSetup(Object* self, const Msg& m) {
   new (&d->instances) fundra::TDict(0, 0);
   new (&d->lock) DictLock();
   d->spare = nullptr;
+  for (std::atomic<BlockSlot*>& hint : d->hints) new (&hint) std::atomic<BlockSlot*>(nullptr);
   flags |= zelkor::kBuilt;
   d->store = m.w[0];
   d->signature = u32(m.w[1]);

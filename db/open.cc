@@ -16,8 +16,12 @@
 // A block state that no DL uses any more leaves the dictionary but is not freed: it goes on the
 // database's spare list and serves the next DL that needs one. A thread leaving a state may still
 // read it (to see whether anyone sleeps there) just after another thread has entered it, used it
-// and found it unused; so the memory stays a block state until Dspo. The spare list is never
-// longer than the most DLs that were ever in blocks at once.
+// and found it unused, and a hint may name it; so the memory stays a block state until Dspo. The
+// spare list is never longer than the most DLs that were ever in blocks at once.
+//
+// Hints: a DL opened again (the common case) finds its state in a small array by DL number,
+// without the lock, tries it, and checks once it holds it that the state still serves that DL.
+// A missed or stale hint costs the lookup under the lock that the first opening pays.
 #include <cstring>
 #include <new>
 #include <vector>
@@ -43,33 +47,65 @@ InstanceRecord* recordOf(DbData* d, int32_t dl) {
   return asPtr<InstanceRecord>(d->instances.Lookup(dlKey(dl)));
 }
 
-// Enters the DL's block, making its state when it has none. The state is tried with the lock
-// held, so that a free one is entered before anyone could retire it; a thread that has to wait
-// pins the state meanwhile instead. Answers null when there is no memory for a new state.
+void exitBlock(zelkor::TBlocker& blocker) {
+  if (blocker.Exit() != 0) fundra::Debug("db", __LINE__);
+  blocker.Set(nullptr);
+}
+
+// A retired block state to serve another DL, entered; null when there is none that can be entered
+// now (a thread that found it through a hint may hold it for a moment).
+BlockSlot* takeSpare(DbData* d, zelkor::TBlocker& blocker) {
+  BlockSlot* slot = d->spare;
+  if (!slot) return nullptr;
+  blocker.Set(&slot->state);
+  if (blocker.TryEnter() != 0) return nullptr;
+  d->spare = slot->nextSpare;
+  return slot;
+}
+
+// Enters the DL's block, making its state when it has none. A state entered lately is found by
+// its hint without the lock; otherwise the dictionary is searched, and the state tried, with the
+// lock held, so that a free one is entered before anyone could retire it; a thread that has to
+// wait pins the state meanwhile instead. Answers null when there is no memory for a new state.
 BlockSlot* enterBlock(DbData* d, int32_t dl, zelkor::TBlocker& blocker) {
-  BlockSlot* slot;
+  std::atomic<BlockSlot*>& hint = d->hints[uint32_t(dl) & (kHints - 1)];
+  BlockSlot* slot = hint.load(std::memory_order_acquire);
+  if (slot && slot->dl.load(std::memory_order_relaxed) == dl) {
+    blocker.Set(&slot->state);
+    if (blocker.TryEnter() == 0) {
+      // Held now, so its DL cannot change (D5): if it is still this one, this is the DL's block.
+      if (slot->dl.load(std::memory_order_relaxed) == dl) return slot;
+      exitBlock(blocker);
+    }
+  }
   {
     Hold hold(d->lock);
     slot = asPtr<BlockSlot>(d->blockStates.Lookup(dlKey(dl)));
     if (!slot) {
-      slot = d->spare ? d->spare : new (std::nothrow) BlockSlot;
-      if (!slot) return nullptr;
-      if (slot == d->spare) d->spare = slot->nextSpare;
+      slot = takeSpare(d, blocker);
+      if (!slot) {
+        slot = new (std::nothrow) BlockSlot;
+        if (!slot) return nullptr;
+        blocker.Set(&slot->state);
+        blocker.TryEnter();
+      }
+      slot->dl.store(dl, std::memory_order_relaxed);
       d->blockStates.Set(dlKey(dl), toWord(slot));
+      hint.store(slot, std::memory_order_release);
+      return slot;
     }
     blocker.Set(&slot->state);
-    if (blocker.TryEnter() == 0) return slot;
+    if (blocker.TryEnter() == 0) {
+      hint.store(slot, std::memory_order_release);
+      return slot;
+    }
     slot->pins++;
   }
   blocker.Enter();
   Hold hold(d->lock);
   slot->pins--;
+  hint.store(slot, std::memory_order_release);
   return slot;
-}
-
-void exitBlock(zelkor::TBlocker& blocker) {
-  if (blocker.Exit() != 0) fundra::Debug("db", __LINE__);
-  blocker.Set(nullptr);
 }
 
 // Leaves the block of a DL that this thread may have left closed. When nobody else uses the
@@ -81,6 +117,7 @@ void leaveBlock(DbData* d, int32_t dl, BlockSlot* slot, zelkor::TBlocker& blocke
     Hold hold(d->lock);
     if (slot->pins == 0 && slot->state.Usage() == 1 && !slot->record) {
       d->blockStates.Remove(dlKey(dl));
+      slot->dl.store(BlockSlot::kSpare, std::memory_order_relaxed);
       slot->nextSpare = d->spare;
       d->spare = slot;
     }

@@ -35,14 +35,23 @@ TEST_F(DbOpen, OpeningsAreCountedAndTheLastClosingDisposesOfTheOneInstance) {
   EXPECT_EQ(S(db, kPInB, dl), 0) << "the block state went with the instance";
   EXPECT_EQ(S(store, kTSTB, dl), 0);
 
-  // Each DL has its own instance.
-  Word a = 0, b = 0;
-  S(db, kPInO, 3, &a);
-  S(db, kPInO, 4, &b);
-  EXPECT_NE(a, b);
-  S(db, kPInC, 3);
-  EXPECT_EQ(S(db, kPInG, 4), b);
-  S(db, kPInC, 4);
+  // Each DL has its own instance, also DLs whose numbers share the database's hint of a state
+  // entered lately (1 and 17): 17 takes over the state 1 left, and 1 opened again gets another.
+  Word a = 0, b = 0, c = 0;
+  S(db, kPInO, 1, &a);
+  S(db, kPInC, 1);
+  S(db, kPInO, 17, &b);
+  S(db, kPInO, 1, &c);
+  EXPECT_NE(b, c);
+  EXPECT_EQ(S(db, kPInG, 17), b);
+  EXPECT_EQ(S(db, kPInG, 1), c);
+  S(db, kPInC, 17);
+  EXPECT_EQ(S(db, kPInB, 17), 0);
+  EXPECT_EQ(S(db, kPInG, 1), c);
+  S(db, kPInO, 17, &b);
+  S(db, kPInC, 1);
+  S(db, kPInC, 17);
+  EXPECT_EQ(S(db, kPInB, 1) + S(db, kPInB, 17), 0);
 }
 
 TEST_F(DbOpen, AFailedMakeLeavesNoTrace) {

@@ -1,6 +1,9 @@
 #include "platform/fundra/resource.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <map>
 #include <mutex>
 #include <utility>
 
@@ -16,6 +19,24 @@ std::string& folder() {
   static std::string f = "app/resources";
   return f;
 }
+// Resources handed over by the host, by id; guarded by folder_mu.
+std::map<int32_t, std::string>& handed() {
+  static std::map<int32_t, std::string> m;
+  return m;
+}
+
+// Copies a handed-over resource (its first limit bytes) into memory. Answers false when id was
+// not handed over.
+bool readHanded(TMemory* memory, int32_t id, int32_t limit, int32_t* result) {
+  std::lock_guard lock(folder_mu);
+  auto it = handed().find(id);
+  if (it == handed().end()) return false;
+  int32_t size = int32_t(it->second.size());
+  int32_t want = limit < 0 ? size : std::min(limit, size);
+  *result = memory->SetSize(want);
+  if (*result == 0 && want > 0) std::memcpy(memory->MemPtr(), it->second.data(), size_t(want));
+  return true;
+}
 
 }  // namespace
 
@@ -29,9 +50,24 @@ std::string GetResourceFolder() {
   return folder();
 }
 
+void DefineRawResource(int32_t id, std::string_view bytes) {
+  std::lock_guard lock(folder_mu);
+  handed()[id] = std::string(bytes);
+}
+
+void ForgetRawResources() {
+  std::lock_guard lock(folder_mu);
+  handed().clear();
+}
+
 int32_t RMGetRawResource(TMemory* memory, int32_t id, int32_t limit) {
   if (memory == nullptr || id < 0 || limit < -1) return kResBadArgument;
   memory->SetSize(0);
+  int32_t handedResult = 0;
+  if (readHanded(memory, id, limit, &handedResult)) {
+    if (handedResult != 0) memory->SetSize(0);
+    return handedResult;
+  }
   std::string path = GetResourceFolder() + "/" + std::to_string(id) + ".res";
   std::FILE* f = std::fopen(path.c_str(), "rb");
   if (f == nullptr) return kResNotFound;

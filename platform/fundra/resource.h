@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "platform/fundra/form_codes.h"
 #include "platform/fundra/memory.h"
@@ -22,6 +23,12 @@ constexpr int32_t kResNoPath = -1704;       // the location handle names no file
 // Sets the folder resources are read from (the host does so at start); answers the previous one.
 std::string SetResourceFolder(const std::string& folder);
 std::string GetResourceFolder();
+
+// Hands a resource to the foundation by its bytes, as a host that holds resources outside the
+// folder does (the shell's scripts); it is found before the folder's file of the same id. Empty
+// bytes are a resource of 0 bytes. ForgetRawResources drops every one handed over.
+void DefineRawResource(int32_t id, std::string_view bytes);
+void ForgetRawResources();
 
 // Reads resource id into memory, sized to fit. limit is the most bytes to read, or -1 for the
 // whole resource. Answers 0, or kResNotFound, kResReadFailed, kResBadArgument, or the memory's own

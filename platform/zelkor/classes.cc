@@ -21,6 +21,9 @@ constexpr uint32_t kFlagSlot = 8;
 struct Registry {
   std::unordered_map<FourCC, ClassRec*> bySig;
   std::vector<ClassRec*> order;
+  // Objects are made and disposed of on whichever thread sends New or Dspo (a database object
+  // opens DLs from several threads), so the set of live objects has a lock of its own.
+  std::mutex liveLock;
   std::unordered_set<Word> live;
 };
 
@@ -62,7 +65,10 @@ Word rooSetu(Object*, const Msg&) { return 1; }
 Word rooDspo(Object* self, const Msg&) {
   leaveAllChannels(self);
   for (ClassRec* c = self->h.cls; c; c = c->super) segmentFlags(self, c) |= kDestroyed;
-  reg().live.erase(objWord(self));
+  {
+    std::lock_guard<std::mutex> lock(reg().liveLock);
+    reg().live.erase(objWord(self));
+  }
   self->h.tag = 0;
   ::operator delete(self, std::align_val_t(kAlign));
   return 0;
@@ -105,13 +111,19 @@ Object* newObject(ClassRec* cls, Word home) {
   o->h.cls = cls;
   o->h.tag = kLiveTag;
   o->h.home = home;
-  if (!cls->isMeta) reg().live.insert(objWord(o));
+  if (!cls->isMeta) {
+    std::lock_guard<std::mutex> lock(reg().liveLock);
+    reg().live.insert(objWord(o));
+  }
   return o;
 }
 
 bool isLiveObject(Word w) {
   if (!w) return false;
-  if (reg().live.count(w)) return true;
+  {
+    std::lock_guard<std::mutex> lock(reg().liveLock);
+    if (reg().live.count(w)) return true;
+  }
   for (ClassRec* c : reg().order)
     if (objWord(c->classObject) == w) return true;
   return false;

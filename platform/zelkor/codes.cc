@@ -57,6 +57,7 @@ namespace {
 constexpr CodeInfo kCodes[] = {
     {kBlockerNoState, "kBlockerNoState", "the blocker has no block state set"},
     {kBlockerNotHeld, "kBlockerNotHeld", "the blocker is left by a thread that does not hold it"},
+    {kBlockerBusy, "kBlockerBusy", "another thread holds the block state (TryEnter)"},
     {kAlreadyBooted, "kAlreadyBooted", "the framework has booted already"},
     {kModuleNotFound, "kModuleNotFound", "the module's library cannot be found or loaded"},
     {kNotAModule, "kNotAModule", "the library is not a module (it exports no zoveModuleName)"},

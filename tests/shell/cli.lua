@@ -27,7 +27,8 @@ local out  -- files the test writes
 for _, suffix in ipairs({"", "-journal", "-wal", "-shm"}) do os.remove(file .. suffix) end
 
 -- The demo makes the file every other command is tried on, and will not overwrite a given one.
-expectRun("demo " .. file, 0, "sound", "equal", "Garden shed")
+expectRun("demo " .. file, 0, "sound", "equal", "Garden shed", "TSTB -809",
+          "\"Object <Proj=", "\"Controller <DEMO>\"")
 expectRun("demo " .. file, 1, "exists already")
 expectRun("demo " .. work, 1, "is a folder")
 expectRun("demo " .. work .. "/none/x.zove", 1, "no such folder")

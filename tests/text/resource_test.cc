@@ -33,6 +33,22 @@ TEST(ResourceTest, RawResourcesAreReadWholeOrToTheLimit) {
   EXPECT_EQ(m.GetSize(), 0);
   EXPECT_EQ(RMGetRawResource(nullptr, 2001, -1), kResBadArgument);
   EXPECT_EQ(RMGetRawResource(&m, -5, -1), kResBadArgument);
+
+  // A resource handed over by its bytes comes before the folder's file of the same id, to the
+  // limit like any other, until the handed ones are forgotten.
+  DefineRawResource(2001, std::string("\x09\x08\x07", 3));
+  DefineRawResource(2004, "");
+  EXPECT_EQ(RMGetRawResource(&m, 2001, -1), 0);
+  ASSERT_EQ(m.GetSize(), 3);
+  EXPECT_EQ(m.MemPtr()[0], 9);
+  EXPECT_EQ(RMGetRawResource(&m, 2001, 1), 0);
+  EXPECT_EQ(m.GetSize(), 1);
+  EXPECT_EQ(RMGetRawResource(&m, 2004, -1), 0);
+  EXPECT_EQ(m.GetSize(), 0);
+  ForgetRawResources();
+  EXPECT_EQ(RMGetRawResource(&m, 2001, -1), 0);
+  EXPECT_EQ(m.GetSize(), 5);
+  EXPECT_EQ(RMGetRawResource(&m, 2004, -1), kResNotFound);
   SetResourceFolder(previous);
   fs::remove_all(dir);
 }

@@ -21,6 +21,16 @@ TEST(Blocker, EntryIsExclusiveAcrossThreadsAndNestsWithinOne) {
   EXPECT_TRUE(state.Entered());
   EXPECT_EQ(state.Usage(), 2);
 
+  std::thread trier([&] {
+    TBlocker b(&state);
+    EXPECT_EQ(b.TryEnter(), kBlockerBusy);  // held by another: nothing changes
+  });
+  trier.join();
+  EXPECT_EQ(state.Usage(), 2);
+  EXPECT_EQ(mine.TryEnter(), 0);  // the holder nests without waiting
+  EXPECT_EQ(mine.Exit(), 0);
+  EXPECT_EQ(none.TryEnter(), kBlockerNoState);
+
   std::atomic<bool> otherIn{false};
   std::thread other([&] {
     TBlocker b;
@@ -39,6 +49,10 @@ TEST(Blocker, EntryIsExclusiveAcrossThreadsAndNestsWithinOne) {
   EXPECT_EQ(mine.Exit(), 0);
   other.join();
   EXPECT_TRUE(otherIn);
+  EXPECT_EQ(state.Usage(), 0);
+  EXPECT_EQ(mine.TryEnter(), 0);  // free again: taken without waiting
+  EXPECT_TRUE(state.Entered());
+  EXPECT_EQ(mine.Exit(), 0);
   EXPECT_EQ(state.Usage(), 0);
 }
 

@@ -8,8 +8,9 @@ const std::vector<Command>& commands() {
   static const std::vector<Command> table = {
       {"demo", "a tour of what zove does (what `make run` runs)", "demo [FILE]",
        "Creates a store file (FILE, or /tmp/zove-demo.zove, replaced on each run), fills it with\n"
-       "a small structure, collects, checks, exports and re-imports part of it, saves, reopens,\n"
-       "and says what each step did. The file stays for the other commands to look at.",
+       "a small structure, collects, checks, exports and re-imports part of it, lets a module's\n"
+       "controller join the store and open and close a stored object, saves, reopens, and says\n"
+       "what each step did. The file stays for the other commands to look at.",
        cmdDemo},
       {"shell", "run a Lua script against the module, or a prompt", "shell [-v] [SCRIPT [ARGS...]]",
        "Runs SCRIPT (Lua 5.4) with the table 'zove' that sends selectors to the module's objects\n"

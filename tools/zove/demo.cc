@@ -1,6 +1,6 @@
 // zove demo [FILE]: a tour of the store for a newcomer, and the file the other subcommands can be
-// tried on. Every step is a selector sent to the store, as the application's modules send them;
-// the text says what each step did and why it matters.
+// tried on. Every step is a selector sent to the store or to a module's controller, as the
+// application's modules send them; the text says what each step did and why it matters.
 #include <unistd.h>
 
 #include <cstdio>
@@ -15,6 +15,7 @@
 #include "platform/zelkor/zelkor.h"
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
+#include "zove/db.h"
 #include "zove/store.h"
 
 namespace zove::cli {
@@ -59,7 +60,9 @@ class Tour {
     send("making the store", zero, kHNew, 0, kVersion);
     if (failed_) return false;
     if (int32_t rc = storefile::vhdCreateFile(store_, path_)) return refuse("creating", rc);
-    return send("installing", zero, kTSIn, kToolChannel, kVersion) == 0 && !failed_;
+    // The store's notices go to its own channel, which its controllers join (as in the
+    // application).
+    return send("installing", zero, kTSIn, store_, kVersion) == 0 && !failed_;
   }
 
   bool reopen() {
@@ -67,7 +70,7 @@ class Tour {
     store_ = newStore();
     if (int32_t rc = storefile::vhdOpenFile(store_, path_, storefile::VhdOpenMode::kReadOnly))
       return refuse("reopening", rc);
-    return send("installing again", zero, kTSIn, kToolChannel, kVersion) == 0 && !failed_;
+    return send("installing again", zero, kTSIn, store_, kVersion) == 0 && !failed_;
   }
 
   void close() {
@@ -170,6 +173,67 @@ bool buildGarden(Tour& t, Garden* g) {
   return !t.failed();
 }
 
+// The demo's module controller: a database class for the module DEMO, registered the way a
+// module registers its classes (a boot procedure under `@DB `). The host registers it after the
+// boot, as a module loaded late, so it boots at once.
+constexpr zelkor::FourCC kGardenSig = fc("@Gdn");
+zelkor::ClassRec* gGardenClass = nullptr;
+
+Word gardenSetup(zelkor::Object* self, const zelkor::Msg& m) {
+  return zelkor::ClassData::pass(gGardenClass, self, kSetu, m.w[0], fc("DEMO"), 4);
+}
+
+void GardenBootProc(Word bootWord, Word superclass) {
+  Word cls = zelkor::send(superclass, zelkor::kSubC, kGardenSig, 1, 0);
+  if (!cls) return;
+  gGardenClass = zelkor::classOf(zelkor::asObject(cls));
+  zelkor::TThread::TaskCall(0, zelkor::TransThread, zelkor::kboot, zelkor::kclsc, cls, kGardenSig);
+  zelkor::Defn(gGardenClass, kSetu, gardenSetup);
+  zelkor::TThread::TaskSched(0, bootWord, kDspo);
+}
+
+bool showController(Tour& t, const Garden& g) {
+  static const int registered = zelkor::MakeBoot(kDbSig, GardenBootProc, "GardenBootProc");
+  (void)registered;
+  Word store = t.store();
+  Word db = zelkor::send(zelkor::ZelkorLookup(kGardenSig), kSdNw, store);
+  int32_t module = i32(zelkor::send(db, kSdRR));
+  bool registeredCtl = zelkor::send(store, kTSGM, fc("DEMO")) == db;
+  Word first = 0, second = 0;
+  int32_t opened = i32(zelkor::send(db, kPInO, g.project, &first));
+  zelkor::send(db, kPInO, g.project, &second);
+  int32_t busy = i32(zelkor::send(store, kTSTB, g.project));
+  zelkor::send(db, kPInC, g.project);
+  bool stillOpen = zelkor::send(db, kPInG, g.project) == first;
+  zelkor::send(db, kPInC, g.project);
+  bool gone = zelkor::send(db, kPInG, g.project) == 0 && !zelkor::isLiveObject(first);
+  int32_t free = i32(zelkor::send(store, kTSTB, g.project));
+  Word pty = zelkor::send(zelkor::ZelkorLookup(kPtySig), kNew_);
+  zelkor::send(pty, kSetu, store);
+  fundra::TString object, controller;
+  zelkor::send(pty, kPGNm, g.project, &object);
+  zelkor::send(pty, kPGNm, module, &controller);
+  zelkor::send(pty, kDspo);
+  if (module != g.module || !registeredCtl || opened != 0 || !first || second != first ||
+      busy != kRefused || !stillOpen || !gone || free != 0) {
+    std::fprintf(stderr, "zove demo: the module controller did not behave as described\n");
+    return false;
+  }
+  std::printf(
+      "   A controller of the class @Gdn (a database object for the module DEMO) joined the\n"
+      "   store with SdNw: the store told it its module DL %d (XTSL), and it registered as\n"
+      "   DEMO's controller (TSGM now answers it).\n",
+      module);
+  std::printf(
+      "   PInO opened the project DL %d into a live instance of @Ins; a second PInO gave the\n"
+      "   same instance, open twice now. Meanwhile the store counts the DL as in use (TSTB %d).\n"
+      "   The first PInC kept the instance; the second disposed of it, and TSTB answers %d.\n",
+      g.project, busy, free);
+  std::printf("   A property type (@PTY) names DLs for display: \"%s\", \"%s\".\n\n",
+              std::string(object.View()).c_str(), std::string(controller.View()).c_str());
+  return true;
+}
+
 int runTour(const std::string& path) {
   Tour t(path);
   std::printf("zove demo: a tour of the store, the persistent heap of typed data lists (DLs)\n\n");
@@ -235,7 +299,10 @@ int runTour(const std::string& path) {
       g.plan, stream.GetSize(), copy,
       differs == 0 ? "equal" : ("they differ at DL " + std::to_string(differs)).c_str());
 
-  std::printf("6. Save, close and reopen\n");
+  std::printf("6. A module's controller opens stored objects\n");
+  if (!showController(t, g)) return 1;
+
+  std::printf("7. Save, close and reopen\n");
   t.send("saving", Tour::zero, k("HChg"));
   if (t.failed()) return 1;
   int32_t saved = t.elements();

@@ -4,7 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "platform/fundra/kstrings.h"
+#include "platform/fundra/resource.h"
 #include "platform/storefile/format.h"
 #include "platform/zelkor/codes.h"
 #include "platform/zelkor/zelkor.h"
@@ -15,6 +18,24 @@ namespace {
 std::string modulePath() {
   if (const char* env = std::getenv("ZOVE_MODULE")) return env;
   return std::string(ZOVE_MODULE_DIR) + "/libzove.so";
+}
+
+// The application's folder of texts and resources: $ZOVE_APP, or the source tree's app/ (an
+// absolute path fixed at build time, so that it does not depend on where the command starts).
+std::string appFolder() {
+  if (const char* env = std::getenv("ZOVE_APP")) return env;
+  return ZOVE_APP_DIR;
+}
+
+// As the application does at start: its keyed texts loaded, its resources found. A folder that
+// cannot be read is said once; the commands go on (texts then show their missing-key markers).
+void loadApplication() {
+  std::string app = appFolder();
+  std::vector<std::string> problems;
+  if (fundra::LoadTextFolder(app + "/texts", &problems) < 0)
+    std::fprintf(stderr, "zove: no application texts in %s/texts\n", app.c_str());
+  for (const std::string& p : problems) std::fprintf(stderr, "zove: %s\n", p.c_str());
+  fundra::SetResourceFolder(app + "/resources");
 }
 
 void usage(FILE* out) {
@@ -57,5 +78,6 @@ int main(int argc, char** argv) {
     return 1;
   }
   zelkor::ZelkorBoot();
+  loadApplication();
   return cmd->run(argc - 2, argv + 2);
 }

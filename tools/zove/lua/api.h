@@ -78,7 +78,7 @@ lua_State* activeState();
 void setActiveState(lua_State* L);
 
 // Registration of each group of functions into the table on top of the stack.
-void openWords(lua_State* L);        // fc, fcstr, word, buffer, peek, poke
+void openWords(lua_State* L);        // fc, fcstr, word, buffer, peek, poke, peekw, pokew, wordsize
 void openObjects(lua_State* L);      // class, new, id, object, and obj:send
 void openListeners(lua_State* L);    // listen, unlisten
 void openDiagnostics(lua_State* L);  // log, asserts, expect
@@ -86,5 +86,7 @@ void openValues(lua_State* L);       // string, date, memory, list
 void openDialogs(lua_State* L);      // answer, queries, alerts, setnow
 void closeDialogs();                 // forgets queued answers and the fixed time
 void openStores(lua_State* L);       // create, open, memstore
+void openHost(lua_State* L);         // text, resource
+void closeHost();                    // forgets the resources the session handed over
 
 }  // namespace zove::shell

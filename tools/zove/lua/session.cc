@@ -168,6 +168,7 @@ void openSession(lua_State* L, bool echoLog) {
   openValues(L);
   openDialogs(L);
   openStores(L);
+  openHost(L);
   static const luaL_Reg fns[] = {
       {"log", luaLog}, {"asserts", luaAsserts}, {"expect", luaExpect}, {}};
   luaL_setfuncs(L, fns, 0);
@@ -178,6 +179,7 @@ void closeSession(bool failed) {
   Session& s = session();
   disposeTracked();
   closeDialogs();
+  closeHost();
   if (!s.pending.empty()) std::fprintf(stderr, "zove shell: %s\n", s.pending.c_str());
   if (failed) {
     std::vector<zelkor::LogEntry> lines = s.log->take();

@@ -1,5 +1,5 @@
 // Words and raw memory: how Lua values become message words and answers become integers, the
-// one-word cell, the raw byte buffer, and peek/poke.
+// one-word cell, the raw byte buffer, peek/poke (32 bits) and peekw/pokew (a whole word).
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -165,6 +165,25 @@ int luaPoke(lua_State* L) {
   return 0;
 }
 
+// peekw and pokew: a whole message word (pointer-wide), such as an object written into a result
+// word. A word that carries a 32-bit value reads as that value, as answers do.
+int luaPeekw(lua_State* L) {
+  Word addr = wordArg(L, 1);
+  if (!addr) return luaL_error(L, "zove.peekw: null address");
+  Word v;
+  std::memcpy(&v, reinterpret_cast<const void*>(addr), sizeof v);
+  pushWord(L, v);
+  return 1;
+}
+
+int luaPokew(lua_State* L) {
+  Word addr = wordArg(L, 1);
+  if (!addr) return luaL_error(L, "zove.pokew: null address");
+  Word v = wordArg(L, 2);
+  std::memcpy(reinterpret_cast<void*>(addr), &v, sizeof v);
+  return 0;
+}
+
 }  // namespace
 
 CodeText codeText(zelkor::FourCC code) {
@@ -266,14 +285,12 @@ void openWords(lua_State* L) {
   luaL_setfuncs(L, bufferMeta, 0);
   lua_pop(L, 1);
 
-  static const luaL_Reg fns[] = {{"fc", luaFc},
-                                 {"fcstr", luaFcstr},
-                                 {"word", luaWord},
-                                 {"buffer", luaBuffer},
-                                 {"peek", luaPeek},
-                                 {"poke", luaPoke},
-                                 {}};
+  static const luaL_Reg fns[] = {{"fc", luaFc},         {"fcstr", luaFcstr}, {"word", luaWord},
+                                 {"buffer", luaBuffer}, {"peek", luaPeek},   {"poke", luaPoke},
+                                 {"peekw", luaPeekw},   {"pokew", luaPokew}, {}};
   luaL_setfuncs(L, fns, 0);
+  lua_pushinteger(L, lua_Integer(sizeof(Word)));
+  lua_setfield(L, -2, "wordsize");
 }
 
 }  // namespace zove::shell

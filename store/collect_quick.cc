@@ -24,7 +24,8 @@ bool zoveQuickMarkOn() { return quickMarkOn; }
 // An edge from DL `from` to a DL already queued: the queue's tree stays the walk's tree only if
 // the edge leads back to an ancestor (a few levels up at most).
 inline void QuickMark::edgeBack(int32_t from, int32_t n) {
-  for (int32_t up = from, i = 0; tree_ && i < kAncestorSteps && up; ++i, up = parent_[size_t(up)])
+  for (int32_t up = from, i = 0; tree_ && i < kAncestorSteps && up;
+       ++i, up = st_->parent[size_t(up)])
     if (up == n) return;
   tree_ = false;
 }
@@ -39,7 +40,9 @@ inline bool QuickMark::queueDL(fundra::ElementSpace* s, int32_t n, int32_t from)
   }
   if (owned_.has(size_t(n)) || s->LmMark(n) <= 0) return false;
   dls_.set(size_t(n));
-  parent_[size_t(n)] = from;
+  // The queue's level; the replay gives the walk's depth where the two differ.
+  st_->set(size_t(n), from, from ? st_->depth(size_t(from)) + 1 : 0, CollectState::kRootTree);
+  st_->hold(from);
   queue_.push_back(n);
   return true;
 }
@@ -59,7 +62,8 @@ inline bool QuickMark::queueEntry(fundra::ElementSpace* s, int32_t n, int32_t fr
     }
     if (r == 0) return false;
     dls_.set(size_t(n));
-    parent_[size_t(n)] = from;
+    st_->set(size_t(n), from, st_->depth(size_t(from)) + 1, CollectState::kRootTree);
+    st_->hold(from);
     queue_.push_back(n);
   } else if (tree_) {
     edgeBack(from, n);
@@ -69,11 +73,16 @@ inline bool QuickMark::queueEntry(fundra::ElementSpace* s, int32_t n, int32_t fr
 }
 
 // An owned element (blob, list, weak list). A second holder is no finding, as in the walk.
-inline bool QuickMark::own(fundra::ElementSpace* s, int32_t n) {
+inline bool QuickMark::own(fundra::ElementSpace* s, int32_t n, int32_t holder) {
   if (!inRange(n)) return false;
-  if (owned_.has(size_t(n))) return true;
+  if (owned_.has(size_t(n))) {
+    secondHolder_ |= st_->parent[size_t(n)] != holder;
+    return true;
+  }
   if (dls_.has(size_t(n)) || s->LmMark(n) <= 0) return false;
   owned_.set(size_t(n));
+  st_->set(size_t(n), holder, 0, CollectState::kOwned);
+  st_->hold(holder);
   return true;
 }
 
@@ -82,15 +91,22 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
   fundra::ElementSpace* s = d->space;
   DLView v;
   if (dlOpen(s, dl, &v) != 0) return false;
+  // At a raised check level: anything the DL check would log (the element's size and the items'
+  // kinds are tested below as the walk tests them).
+  if (checking_ && !isPrintableCode(v.head->uType)) return false;
   first_[size_t(dl)] = uint32_t(edges_.size());
   edges_.push_back(0);
   const size_t start = edges_.size();
   if (v.head->owner != 0) weak_.push_back(v.head->owner);
   for (int32_t i = 0, count = v.head->count; i < count; ++i) {
     const Item it = v.items[i];
+    if (checking_ && !isPrintableCode(it.key)) return false;
     if (it.ref <= 0) {
       uint32_t type = typeOf(it.ref);
       if (type == kVHandle) {
+        if (checking_ && (!d->file || zelkor::i32(zelkor::send(d->file, kHSiz, kRecordType,
+                                                               int32_t(it.kind))) < 0))
+          return false;
         if (d->liveRecords) d->liveRecords->Remove(zelkor::toWord(it.kind));
       } else if (type != kImmediate) {
         return false;
@@ -102,9 +118,10 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
       edges_.push_back(it.ref);
       if (!queueDL(s, it.ref, dl)) return false;
     } else if (type == kBlob) {
-      if (!own(s, it.ref)) return false;
+      if (!own(s, it.ref, dl)) return false;
     } else if (type == kList || type == kWeakList) {
-      if (!own(s, it.ref)) return false;
+      if (!own(s, it.ref, dl)) return false;
+      st_->weakLists |= type == kWeakList;
       const auto* elems = reinterpret_cast<const int32_t*>(s->LmGet(it.ref));
       const int32_t n = s->LmSize(it.ref) / 4;
       for (int32_t j = 0; j < n; ++j) {
@@ -126,18 +143,30 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
 }
 
 // The depth-first walk from `root` over the edge table: false when it would follow an edge from
-// a DL at level kMaxDepth. A DL already replayed ends an edge, as a mark does.
-bool QuickMark::replay(int32_t root) {
+// a DL at level kMaxDepth. A DL already replayed ends an edge, as a mark does. Each DL it enters
+// gets its parent and depth in the walk.
+bool QuickMark::replay(int32_t root, CollectState::Kind kind) {
   struct Frame {
     uint32_t next, end;
+    int32_t dl;
   };
   if (replayed_.has(size_t(root))) return true;
+  // The tree a walk from the keep list made, found by going up from one of its DLs.
+  auto rootOf = [&](int32_t n) {
+    for (int32_t i = 0; i <= kMaxDepth && st_->parent[size_t(n)] != 0; ++i)
+      n = st_->parent[size_t(n)];
+    return n;
+  };
   Frame stack[kMaxDepth + 1];
   int32_t top = 0;
   auto enter = [&](int32_t n, int32_t at) {
     replayed_.set(size_t(n));
+    // The queue counted its own tree's edges; the walk's tree replaces them.
+    st_->unhold(st_->parent[size_t(n)]);
+    st_->set(size_t(n), at > 0 ? stack[at - 1].dl : 0, at, kind);
+    st_->hold(st_->parent[size_t(n)]);
     uint32_t f = first_[size_t(n)];
-    stack[at] = Frame{f + 1, f + 1 + uint32_t(edges_[f])};
+    stack[at] = Frame{f + 1, f + 1 + uint32_t(edges_[f]), n};
   };
   enter(root, 0);
   while (top >= 0) {
@@ -148,20 +177,27 @@ bool QuickMark::replay(int32_t root) {
     }
     if (top == kMaxDepth) return false;
     const int32_t n = edges_[f.next++];
-    if (!replayed_.has(size_t(n))) enter(n, ++top);
+    if (!replayed_.has(size_t(n)))
+      enter(n, ++top);
+    else if (kind == CollectState::kKeptTree && !crossKept_ &&
+             st_->kind(size_t(n)) == CollectState::kKeptTree && rootOf(n) != root)
+      crossKept_ = true;
   }
   return true;
 }
 
-bool QuickMark::run(ZoveData* d) {
+bool QuickMark::run(ZoveData* d, CollectState* st) {
   fundra::ElementSpace* s = d->space;
+  st_ = st;
+  checking_ = d->checkLevel != 0;
+  st->valid = false;
   try {
     last_ = s->LmCount();
+    if (!st->reset(size_t(last_) + 1)) return false;
     dls_.reset(size_t(last_) + 1);
     owned_.reset(size_t(last_) + 1);
     replayed_.reset(size_t(last_) + 1);
     first_.resize(size_t(last_) + 1);
-    parent_.resize(size_t(last_) + 1);
     queue_.reserve(size_t(s->LmLiveCount()));
     edges_.reserve(size_t(s->LmLiveCount()) * 4);
     if (!queueDL(s, kRootDL, 0)) return false;
@@ -185,13 +221,24 @@ bool QuickMark::run(ZoveData* d) {
     // Every edge that is not the queue's tree edge leads back to an ancestor: the walk from DL 1
     // follows the same tree, each DL at its level, so only a DL with an edge at the last level
     // can fail it.
-    if (tree_ && deepest < kMaxDepth) return true;
+    if (tree_ && deepest < kMaxDepth) return settle(d);
   } catch (const std::bad_alloc&) {
     return false;
   }
-  if (!replay(kRootDL)) return false;
+  if (!replay(kRootDL, CollectState::kRootTree)) return false;
   for (int32_t i = 0; i < d->keep.Count(); ++i)
-    if (!replay(d->keep.Get(i))) return false;
+    if (!replay(d->keep.Get(i), CollectState::kKeptTree)) return false;
+  return settle(d);
+}
+
+// The run succeeded: whether its state may serve the next periodic collection (collect_state.h,
+// S2 and S3).
+bool QuickMark::settle(ZoveData* d) {
+  st_->valid = !secondHolder_ && !(deadEntry_ && d->keep.Count() > 0);
+  st_->crossKept = crossKept_;
+  for (int32_t n : weak_)
+    if (inRange(n) && dls_.has(size_t(n)) && st_->kind(size_t(n)) == CollectState::kKeptTree)
+      st_->weakIntoKept = true;
   return true;
 }
 

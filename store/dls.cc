@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/fundra/debug.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -46,6 +47,7 @@ int32_t zoveRelease(Object* self, int32_t dl) {
   if (v.head->flags & kKeptFlag) {
     zoveData(self)->keep.Del(dl);
     v.head->flags &= uint16_t(~kKeptFlag);
+    zoveReleasedKept(self, dl);
   }
   return zoveCheckIfRaised(self, dl);
 }
@@ -201,6 +203,7 @@ Word zoveSwap(Object* self, const Msg& m) {
   ZoveData* d = zoveData(self);
   int32_t a = i32(m.w[0]), b = i32(m.w[1]);
   zelkor::TransBlock(d->channel, kXTSW, a, b);
+  zoveUnlinked(self);
   for (int32_t i = 0; i < d->keep.Count(); ++i) {
     int32_t e = d->keep.Get(i);
     if (e == a) d->keep.Set(i, b);

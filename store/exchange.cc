@@ -13,6 +13,7 @@
 
 #include "platform/fundra/debug.h"
 #include "platform/fundra/persist.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 #include "store/exchange_bytes.h"
 #include "store/registry.h"
@@ -249,6 +250,7 @@ Word zoveImport(Object* self, const Msg& m) {
   }
   if (int32_t r = zoveOpenDL(self, dl, &v); r != 0) return r;
   std::string why;
+  zoveUnlinked(self);  // the DL's items are replaced
   int32_t r = exchangeImport(d->space, dl, memory->MemPtr(), memory->GetSize(), &why);
   if (r == kBadStream)
     zelkor::DebugLogf(kLogFault, "zoveImport: DL %~d: stream refused %s", dl, why.c_str());

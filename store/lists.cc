@@ -5,6 +5,7 @@
 
 #include "platform/fundra/memory.h"
 #include "platform/fundra/tstring.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -110,6 +111,7 @@ Word zoveListDelete(Object* self, int32_t dl, uint32_t key, int32_t member) {
     zoveAssert();
     return r;
   }
+  zoveUnlinked(self);
   int32_t kept = count;
   for (int32_t i = count - 1; i >= 0; --i) {
     if (at[i] != member) continue;
@@ -191,6 +193,8 @@ Word zoveSortList(Object* self, const Msg& m) {
     zoveAssert();
     return 0;
   }
+  // A new order is a new order of the marking walk's steps.
+  zoveUnlinked(self);
   d->space->LmLock();
   fundra::Sort(at, count, 4, zelkor::asPtr<void>(m.w[2]), compare);
   return d->space->LmUnlock();

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/fundra/memory.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -62,6 +63,7 @@ Word zoveWriteBlob(Object* self, int32_t dl, uint32_t key, const void* src, int3
   if (r >= 0 && it.ref >= 1 && typeOf(it.kind) == type) {
     zoveCheckIfRaised(self, dl);
     e = it.ref;
+    if (type == kList) zoveUnlinked(self);  // the list's entries are replaced
     int32_t s = d->space->LmSetAssert(e, n);
     if (s != 0) return s;
     if (n > 0) {

@@ -19,8 +19,6 @@
 // and no DL holds is freed; the DLs of DL 1's tree that name something freed or dead are pruned;
 // the records made since that no item names are removed.
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <new>
 
 #include "store/collect_state.h"
@@ -301,11 +299,7 @@ bool SinceCollection::plan(ZoveData* d, CollectState* st) {
   try {
     stack_.reserve(kMaxDepth + 2);
     ok = [&] {
-      if (!st->valid || st->unlinked || s->LmSinceFreed() != 0) {
-        if (getenv("ZDBG"))
-          fprintf(stderr, "fail282 %d %d %d\n", st->valid, st->unlinked, int(s->LmSinceFreed()));
-        return false;
-      }
+      if (!st->valid || st->unlinked || s->LmSinceFreed() != 0) return false;
       if (!s->LmSinceTouched(&touched_)) return false;
       if (d->file && zelkor::i32(zelkor::send(d->file, kHCId, kRecordType)) !=
                          st->records + int32_t(st->madeRecords.size()))
@@ -381,15 +375,6 @@ bool SinceCollection::plan(ZoveData* d, CollectState* st) {
         }
       }
       for (int32_t g : garbage_) flag(st, g, kGarbage);
-      if (getenv("ZDBG")) {
-        fprintf(stderr, "PLAN released:");
-        for (int32_t r : st->released)
-          fprintf(stderr, " %d(k%d p%d)", r, st->kind(r), st->parent[r]);
-        fprintf(stderr, " unplaced %zu garbage %zu made %zu keep:", unplaced_.size(),
-                garbage_.size(), made_.size());
-        for (int32_t i = 0; i < d->keep.Count(); ++i) fprintf(stderr, " %d", d->keep.Get(i));
-        fprintf(stderr, "\n");
-      }
       // Pruning runs from DL 1 and reaches through weak lists too, so with weak lists about a
       // DL of a kept DL's tree may be pruned as well: the short way does not follow that.
       if (st->weakLists || weakSeen_)

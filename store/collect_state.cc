@@ -1,8 +1,6 @@
 // The collection state the store keeps between collections, and the hooks its writers call.
 #include "store/collect_state.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <new>
 
 namespace zove {
@@ -43,8 +41,7 @@ CollectState* zoveCollectState(ZoveData* d) {
   return d->collect;
 }
 
-void zoveUnlinked(Object* self, const char* file, int line) {
-  if (getenv("ZDBG")) fprintf(stderr, "unlinked %s:%d\n", file, line);
+void zoveUnlinked(Object* self) {
   if (CollectState* st = zoveData(self)->collect) st->unlinked = true;
 }
 

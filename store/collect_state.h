@@ -90,7 +90,7 @@ CollectState* zoveCollectState(ZoveData* d);
 
 // A write took an edge, list entry or record item out of the graph, reordered a list or rewrote
 // a DL whole: the next periodic collection walks everything.
-void zoveUnlinked(Object* self, const char* file = __builtin_FILE(), int line = __builtin_LINE());
+void zoveUnlinked(Object* self);
 // DL `dl` left the keep list.
 void zoveReleasedKept(Object* self, int32_t dl);
 // TSRW made the record `chunk`, or dropped it again after a failed write.

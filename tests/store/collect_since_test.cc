@@ -233,7 +233,6 @@ std::string runSeed(uint32_t seed, int steps, int64_t* periodic, int64_t* shortW
   for (int step = 0; step < steps && failure.empty(); ++step) {
     std::string what = steps0.next(step);
     steps1.next(step);
-    if (getenv("ZDBG")) fprintf(stderr, "STEP %d %s\n", step, what.c_str());
     Word answer[2], fault[2];
     std::vector<std::string> log[2];
     int64_t before = zoveShortWays();

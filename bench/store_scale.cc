@@ -21,10 +21,10 @@
 // transaction, the reopen and read of every row into memory in a fresh process, and an update of
 // 100 rows committed.
 //
-//   scale_store [--sizes=100000,1000000,10000000] [--dir=DIR] [--skip-selectors=N]
+//   scale_store [--sizes=100000,1000000,10000000] [--dir=DIR] [--skip-selectors=N] [--keep]
 // --skip-selectors=N leaves out the selector build of sizes from N on (it took hours before
-// growth was linear). The program calls itself with --open-store/--read-sqlite for the
-// fresh-process figures.
+// growth was linear); --keep leaves the files in DIR. The program calls itself with
+// --open-store/--read-sqlite for the fresh-process figures.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
@@ -584,6 +584,7 @@ int main(int argc, char** argv) {
   std::vector<int32_t> sizes = {100000, 1000000, 10000000};
   gDir = (std::filesystem::current_path() / "scale-bench.tmp").string();
   std::vector<char*> rest = {argv[0]};
+  bool keep = false;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a.rfind("--sizes=", 0) == 0) {
@@ -595,6 +596,8 @@ int main(int argc, char** argv) {
       }
     } else if (a.rfind("--dir=", 0) == 0) {
       gDir = a.substr(6);
+    } else if (a == "--keep") {
+      keep = true;
     } else if (a.rfind("--skip-selectors=", 0) == 0) {
       gSkipSelectorsFrom = std::atoi(a.c_str() + 17);
     } else {
@@ -623,6 +626,6 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   printTable();
-  std::filesystem::remove_all(gDir);
+  if (!keep) std::filesystem::remove_all(gDir);
   return 0;
 }

@@ -68,7 +68,8 @@ inline bool QuickMark::queueEntry(fundra::ElementSpace* s, int32_t n, int32_t fr
   } else if (tree_) {
     edgeBack(from, n);
   }
-  edges_.push_back(n);
+  followed_ = true;
+  if (recording_) edges_.push_back(n);
   return true;
 }
 
@@ -94,9 +95,11 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
   // At a raised check level: anything the DL check would log (the element's size and the items'
   // kinds are tested below as the walk tests them).
   if (checking_ && !isPrintableCode(v.head->uType)) return false;
-  first_[size_t(dl)] = uint32_t(edges_.size());
-  edges_.push_back(0);
-  const size_t start = edges_.size();
+  const size_t start = edges_.size() + 1;
+  if (recording_) {
+    first_[size_t(dl)] = uint32_t(edges_.size());
+    edges_.push_back(0);
+  }
   if (v.head->owner != 0) weak_.push_back(v.head->owner);
   for (int32_t i = 0, count = v.head->count; i < count; ++i) {
     const Item it = v.items[i];
@@ -115,7 +118,8 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
     }
     uint32_t type = typeOf(it.kind);
     if (type == kHandle || type == kPartLink) {
-      edges_.push_back(it.ref);
+      followed_ = true;
+      if (recording_) edges_.push_back(it.ref);
       if (!queueDL(s, it.ref, dl)) return false;
     } else if (type == kBlob) {
       if (!own(s, it.ref, dl)) return false;
@@ -138,7 +142,7 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
       return false;
     }
   }
-  edges_[start - 1] = int32_t(edges_.size() - start);
+  if (recording_) edges_[start - 1] = int32_t(edges_.size() - start);
   return true;
 }
 
@@ -187,24 +191,50 @@ bool QuickMark::replay(int32_t root, CollectState::Kind kind) {
 }
 
 bool QuickMark::run(ZoveData* d, CollectState* st) {
-  fundra::ElementSpace* s = d->space;
   st_ = st;
   checking_ = d->checkLevel != 0;
-  st->valid = false;
+  // The edge table costs 4 bytes a number and 4 an edge, and only the replay reads it: it is kept
+  // from the start when the keep list makes a replay certain, else the queue runs without it and
+  // runs again, keeping it, once the queue's tree turns out not to be the walk's.
+  recording_ = d->keep.Count() > 0;
+  for (;;) {
+    Pass r = pass(d);
+    if (r == Pass::kGiveUp) return false;
+    if (r == Pass::kTree) return settle(d);
+    if (recording_) break;
+    recording_ = true;
+    d->space->LmUnmark();
+  }
+  if (!replay(kRootDL, CollectState::kRootTree)) return false;
+  for (int32_t i = 0; i < d->keep.Count(); ++i)
+    if (!replay(d->keep.Get(i), CollectState::kKeptTree)) return false;
+  return settle(d);
+}
+
+// One run of the queue from DL 1 and the keep list.
+QuickMark::Pass QuickMark::pass(ZoveData* d) {
+  fundra::ElementSpace* s = d->space;
+  st_->valid = false;
+  queue_.clear();
+  edges_.clear();
+  weak_.clear();
+  deadEntry_ = secondHolder_ = crossKept_ = false;
   try {
     last_ = s->LmCount();
-    if (!st->reset(size_t(last_) + 1)) return false;
+    if (!st_->reset(size_t(last_) + 1)) return Pass::kGiveUp;
     dls_.reset(size_t(last_) + 1);
     owned_.reset(size_t(last_) + 1);
     replayed_.reset(size_t(last_) + 1);
-    first_.resize(size_t(last_) + 1);
+    if (recording_) {
+      first_.resize(size_t(last_) + 1);
+      edges_.reserve(size_t(s->LmLiveCount()) * 4);
+    }
     queue_.reserve(size_t(s->LmLiveCount()));
-    edges_.reserve(size_t(s->LmLiveCount()) * 4);
-    if (!queueDL(s, kRootDL, 0)) return false;
+    if (!queueDL(s, kRootDL, 0)) return Pass::kGiveUp;
     // Walks from several roots share their marks: the queue's tree says nothing about them.
     tree_ = d->keep.Count() == 0;
     for (int32_t i = 0; i < d->keep.Count(); ++i)
-      if (!queueDL(s, d->keep.Get(i), 0)) return false;
+      if (!queueDL(s, d->keep.Get(i), 0)) return Pass::kGiveUp;
     // The queue holds DL 1's level, then each next level: `level` is the level of DL h.
     int32_t level = 0, deepest = 0;
     for (size_t h = 0, levelEnd = queue_.size(); h < queue_.size(); ++h) {
@@ -214,21 +244,18 @@ bool QuickMark::run(ZoveData* d, CollectState* st) {
       }
       if (h + kSlotsAhead < queue_.size()) s->LmPrefetch(queue_[h + kSlotsAhead], false);
       if (h + kBytesAhead < queue_.size()) s->LmPrefetch(queue_[h + kBytesAhead], true);
-      size_t edgesBefore = edges_.size();
-      if (!scan(d, queue_[h])) return false;
-      if (edges_.size() > edgesBefore + 1) deepest = level;
+      followed_ = false;
+      if (!scan(d, queue_[h])) return Pass::kGiveUp;
+      if (followed_) deepest = level;
+      if (!recording_ && (!tree_ || deepest >= kMaxDepth)) return Pass::kReplay;
     }
     // Every edge that is not the queue's tree edge leads back to an ancestor: the walk from DL 1
     // follows the same tree, each DL at its level, so only a DL with an edge at the last level
     // can fail it.
-    if (tree_ && deepest < kMaxDepth) return settle(d);
+    return tree_ && deepest < kMaxDepth ? Pass::kTree : Pass::kReplay;
   } catch (const std::bad_alloc&) {
-    return false;
+    return Pass::kGiveUp;
   }
-  if (!replay(kRootDL, CollectState::kRootTree)) return false;
-  for (int32_t i = 0; i < d->keep.Count(); ++i)
-    if (!replay(d->keep.Get(i), CollectState::kKeptTree)) return false;
-  return settle(d);
 }
 
 // The run succeeded: whether its state may serve the next periodic collection (collect_state.h,

@@ -69,6 +69,8 @@ class QuickMark {
   bool scan(ZoveData* d, int32_t dl);
   bool replay(int32_t root, CollectState::Kind kind);
   bool settle(ZoveData* d);
+  enum class Pass { kGiveUp, kTree, kReplay };
+  Pass pass(ZoveData* d);
 
   int32_t last_ = 0;             // the highest number
   Bits dls_;                     // queued as DLs
@@ -81,6 +83,8 @@ class QuickMark {
   bool secondHolder_ = false;    // an owned element has two holders
   bool crossKept_ = false;       // an edge leads from one kept DL's tree into another's
   bool tree_ = true;             // every edge so far is a tree edge or leads back up
+  bool recording_ = false;       // edges_ and first_ are kept
+  bool followed_ = false;        // the DL scanned last has an edge the walk follows
   std::vector<int32_t> edges_;   // per DL: the edge count, then the edges in walk order
   std::vector<int32_t> weak_;    // references pruning checks
   bool deadEntry_ = false;       // a list entry names nothing

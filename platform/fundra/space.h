@@ -42,6 +42,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -341,8 +342,22 @@ class ElementSpace {
   // What each number was at the last hand-over: its sum in handed_ (0: not handed over), or a
   // bit in unsummed_ when it was handed over (as added, or by a load) without its sum, so that its
   // next touch counts as a change. Most elements of a large space are never touched again after
-  // they are saved or loaded: they cost a bit, not a sum.
-  std::vector<uint64_t> handed_;
+  // they are saved or loaded: they cost a bit, not a sum. The sums lie in pages of 1024 numbers
+  // made when a number in them is first summed, so that the first save after a load, which sums
+  // the hundred elements it changed, does not clear a table of sums for every number.
+  struct SumPages {
+    static constexpr int kShift = 10;
+    std::vector<std::unique_ptr<uint64_t[]>> pages;
+    size_t end() const { return pages.size() << kShift; }  // no sum at or above
+    uint64_t Get(size_t n) const {
+      size_t p = n >> kShift;
+      return p < pages.size() && pages[p] ? pages[p][n & ((1u << kShift) - 1)] : 0;
+    }
+    void Set(size_t n, uint64_t sum);  // may throw std::bad_alloc
+    void Trim(size_t numbers);         // forgets the pages past `numbers`
+    size_t Bytes() const;
+  };
+  SumPages handed_;
   std::vector<uint64_t> unsummed_;
   uint64_t HandedOf(size_t n) const;  // a sum, kUnsummed or 0
   void SetHanded(size_t n, uint64_t kept);

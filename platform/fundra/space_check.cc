@@ -324,7 +324,13 @@ int32_t ElementSpace::LmRepair() {
       found = LmCheck();
       break;
     }
-  return found.empty() ? 0 : kLmDamaged;
+  if (!found.empty()) return kLmDamaged;
+  // LmCheck tests everything LmValid does: the next LmValid need look only at what changes now.
+  validLive_ = live_;
+  validBytes_ = liveBytes_;
+  validAll_ = false;
+  ForgetNotes();
+  return 0;
 }
 
 std::string ElementSpace::LmDump(int32_t limit) const {

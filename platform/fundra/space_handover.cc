@@ -130,7 +130,7 @@ bool ElementSpace::LmSinceTouched(std::vector<int32_t>* out) const {
 template <typename Visit>
 void ElementSpace::ForTouched(Visit visit) {
   if (touched_.all) {
-    size_t end = std::max({handed_.size(), slots_.size(), unsummed_.size() * 64});
+    size_t end = std::max({handed_.end(), slots_.size(), unsummed_.size() * 64});
     for (size_t n = 1; n < end; ++n) visit(n);
   } else if (touched_.dense) {
     for (size_t w = 0; w < touched_.bits.size(); ++w)
@@ -181,7 +181,7 @@ LmDelta ElementSpace::LmChanges() {
 #ifdef ZOVE_CHECKED
 void ElementSpace::AuditUntouched() const {
   if (touched_.all) return;
-  size_t end = std::max({handed_.size(), slots_.size(), unsummed_.size() * 64});
+  size_t end = std::max({handed_.end(), slots_.size(), unsummed_.size() * 64});
   for (size_t n = 1; n < end; ++n) {
     if (touched_.Has(n)) continue;
     uint64_t was = HandedOf(n);
@@ -213,7 +213,7 @@ void ElementSpace::LmHandedOver() {
   }
   for (const auto& [n, sum] : pendingSums_) SetHanded(size_t(n), sum);
   // Numbers above the table were handed over as removed: nothing to remember for them.
-  if (handed_.size() > slots_.size()) handed_.resize(slots_.size());
+  handed_.Trim(slots_.size());
   if (unsummed_.size() > slots_.size() / 64 + 1) unsummed_.resize(slots_.size() / 64 + 1);
   std::vector<int32_t>().swap(pendingMarks_);
   std::vector<std::pair<int32_t, uint64_t>>().swap(pendingSums_);
@@ -331,7 +331,7 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
     slots_[size_t(n)] = Slot{at, size, large};
     marks_[size_t(n)] = kUnmarked;
     unsummed_[size_t(n) >> 6] |= uint64_t(1) << (n & 63);
-    if (size_t(n) < handed_.size()) handed_[size_t(n)] = 0;
+    if (handed_.Get(size_t(n))) handed_.Set(size_t(n), 0);
 #ifdef ZOVE_CHECKED
     AuditSum(n, LmSum(bytes, size));
 #endif
@@ -342,9 +342,28 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
   return 0;
 }
 
+void ElementSpace::SumPages::Set(size_t n, uint64_t sum) {
+  size_t p = n >> kShift;
+  if (p >= pages.size()) pages.resize(p + 1);
+  if (!pages[p]) pages[p].reset(new uint64_t[size_t(1) << kShift]());
+  pages[p][n & ((1u << kShift) - 1)] = sum;
+}
+
+void ElementSpace::SumPages::Trim(size_t numbers) {
+  size_t keep = (numbers + (size_t(1) << kShift) - 1) >> kShift;
+  if (pages.size() > keep) pages.resize(keep);
+}
+
+size_t ElementSpace::SumPages::Bytes() const {
+  size_t bytes = pages.capacity() * sizeof(pages[0]);
+  for (const auto& p : pages)
+    if (p) bytes += sizeof(uint64_t) << kShift;
+  return bytes;
+}
+
 uint64_t ElementSpace::HandedOf(size_t n) const {
   if (n >> 6 < unsummed_.size() && (unsummed_[n >> 6] >> (n & 63) & 1)) return kUnsummed;
-  return n < handed_.size() ? handed_[n] : 0;
+  return handed_.Get(n);
 }
 
 // Without room to remember it, an element is simply handed over again as added.
@@ -353,12 +372,11 @@ void ElementSpace::SetHanded(size_t n, uint64_t kept) {
     if (kept == kUnsummed) {
       if (unsummed_.size() <= n >> 6) unsummed_.resize((n >> 6) + 1, 0);
       unsummed_[n >> 6] |= uint64_t(1) << (n & 63);
-      if (n < handed_.size()) handed_[n] = 0;
+      if (handed_.Get(n)) handed_.Set(n, 0);
       return;
     }
     if (n >> 6 < unsummed_.size()) unsummed_[n >> 6] &= ~(uint64_t(1) << (n & 63));
-    if (kept != 0 && handed_.size() <= n) handed_.resize(n + 1, 0);
-    if (n < handed_.size()) handed_[n] = kept;
+    if (kept != 0 || handed_.Get(n)) handed_.Set(n, kept);
   } catch (const std::bad_alloc&) {
   }
 }

@@ -193,7 +193,7 @@ int64_t ElementSpace::LmHeapBytes() const { return chunkBytes_ + largeBytes_; }
 
 int64_t ElementSpace::LmTableBytes() const {
   return int64_t(slots_.capacity() * sizeof(Slot) + marks_.capacity() +
-                 freeBits_.capacity() * sizeof(uint64_t) + handed_.capacity() * sizeof(uint64_t) +
+                 freeBits_.capacity() * sizeof(uint64_t) + handed_.Bytes() +
                  unsummed_.capacity() * sizeof(uint64_t) +
                  pendingMarks_.capacity() * sizeof(int32_t) +
                  pendingSums_.capacity() * sizeof(pendingSums_[0]) +

@@ -349,6 +349,10 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
   }
   if (r && !why.empty()) DebugLogf(kVhdLogLevel, "vhdLoad: %s: %s", path_.c_str(), why.c_str());
   sqlite3_exec(db_, "COMMIT;", nullptr, nullptr, nullptr);  // ends the read; nothing was written
+  // The load ran every page through the page cache; a save needs only the pages it changes, which
+  // the system's cache still holds. Keeping them would hold up to the cache's size (32 MiB for a
+  // writer) beside the space for as long as the file is open.
+  sqlite3_db_release_memory(db_);
   int viewed = 0;
   if (!r && readOnly_ &&
       sqlite3_file_control(db_, "main", kFileControlViewed, &viewed) == SQLITE_OK && viewed)

@@ -215,7 +215,11 @@ Word zoveSetVersion(Object* self, const Msg& m) {
 Word zoveNewModule(Object* self, const Msg& m) {
   int32_t dl = zelkor::i32(send(self, kTSDN, m.w[0], m.w[1], 0));
   if (dl < 1) return dl;
-  send(self, kTSLA, kRootDL, kModsKey, dl);
+  // A module DL that `mods` cannot list would be lost at the next collection.
+  if (int32_t r = zelkor::i32(send(self, kTSLA, kRootDL, kModsKey, dl)); r < 0) {
+    zoveRelease(self, dl);
+    return r;
+  }
   send(self, kTSSS, dl);
   return dl;
 }

@@ -56,7 +56,7 @@ Word zoveStoreItem(Object* self, int32_t dl, uint32_t key, int32_t ref, uint32_t
     return old ? d->space->LmRemove(old) : ref;
   }
   r = d->space->LmSetAssert(dl, v.size + kItemBytes);
-  if (r != 0) return r;
+  if (r != 0) return zoveNoRoom(self, "zoveStoreItem", r, int64_t(v.size) + kItemBytes);
   dlOpen(d->space, dl, &v);
   int32_t at = dlInsertPosition(v, key);
   int32_t count = v.head->count;

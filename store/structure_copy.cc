@@ -190,6 +190,7 @@ Word zoveDoDupe(Object* self, const Msg& m) {
   if (!copier.ok()) return fundra::kLmNoMemory;
   zoveUnlinked(self);  // the rewrite of handles to copies may reach DLs that were there before
   int32_t copy = copier.run(dl);
+  if (copy < 0) zoveNoRoom(self, "zoveDoDupe", copy, d->space->LmSize(dl));
   if (copy > 0) {
     reinterpret_cast<DLHead*>(d->space->LmGet(copy))->flags &= uint16_t(~kSharedFlag);
     d->space->LmUnmark();

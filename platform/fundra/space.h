@@ -103,6 +103,8 @@ class ElementSpace {
   // kLmNoNumber and kLmNoMemory, as when the table or the system's memory runs out. For hosts
   // that cap a store, and for tests of what every writer does at a limit. Answers 0.
   int32_t LmSetCeiling(int32_t numbers, int64_t heapBytes);
+  int32_t LmMaxNumber() const { return maxNumber_; }
+  int64_t LmMaxHeap() const { return maxHeap_; }
 
   // --- Elements ----------------------------------------------------------------------------
   // Creates element n, or resizes it, to size bytes; bytes up to the old size keep their value,

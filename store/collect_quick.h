@@ -55,7 +55,7 @@ class QuickMark {
  private:
   // One bit per number, tested far more often than set: a few kilobytes stay in the nearest cache.
   struct Bits {
-    std::vector<uint64_t> words;
+    CollectState::Table<uint64_t> words;
     void reset(size_t n) { words.assign((n + 63) / 64, 0); }
     bool has(size_t n) const { return words[n >> 6] >> (n & 63) & 1; }
     void set(size_t n) { words[n >> 6] |= uint64_t(1) << (n & 63); }
@@ -72,22 +72,22 @@ class QuickMark {
   enum class Pass { kGiveUp, kTree, kReplay };
   Pass pass(ZoveData* d);
 
-  int32_t last_ = 0;             // the highest number
-  Bits dls_;                     // queued as DLs
-  Bits owned_;                   // marked as owned elements
-  Bits replayed_;                // entered by the replay
-  std::vector<int32_t> queue_;   // DLs in the order they were queued
-  std::vector<uint32_t> first_;  // per number: where a DL's edge count is in edges_
-  CollectState* st_ = nullptr;   // per number: the DL whose edge queued it (0 for a root), ...
-  bool checking_ = false;        // the check level is raised
-  bool secondHolder_ = false;    // an owned element has two holders
-  bool crossKept_ = false;       // an edge leads from one kept DL's tree into another's
-  bool tree_ = true;             // every edge so far is a tree edge or leads back up
-  bool recording_ = false;       // edges_ and first_ are kept
-  bool followed_ = false;        // the DL scanned last has an edge the walk follows
-  std::vector<int32_t> edges_;   // per DL: the edge count, then the edges in walk order
-  std::vector<int32_t> weak_;    // references pruning checks
-  bool deadEntry_ = false;       // a list entry names nothing
+  int32_t last_ = 0;                     // the highest number
+  Bits dls_;                             // queued as DLs
+  Bits owned_;                           // marked as owned elements
+  Bits replayed_;                        // entered by the replay
+  CollectState::Table<int32_t> queue_;   // DLs in the order they were queued
+  CollectState::Table<uint32_t> first_;  // per number: where a DL's edge count is in edges_
+  CollectState* st_ = nullptr;  // per number: the DL whose edge queued it (0 for a root), ...
+  bool checking_ = false;       // the check level is raised
+  bool secondHolder_ = false;   // an owned element has two holders
+  bool crossKept_ = false;      // an edge leads from one kept DL's tree into another's
+  bool tree_ = true;            // every edge so far is a tree edge or leads back up
+  bool recording_ = false;      // edges_ and first_ are kept
+  bool followed_ = false;       // the DL scanned last has an edge the walk follows
+  CollectState::Table<int32_t> edges_;  // per DL: the edge count, then the edges in walk order
+  std::vector<int32_t> weak_;           // references pruning checks
+  bool deadEntry_ = false;              // a list entry names nothing
 };
 
 }  // namespace zove

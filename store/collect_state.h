@@ -30,6 +30,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/fundra/huge_alloc.h"
 #include "store/zove_class.h"
 
 namespace zove {
@@ -43,9 +44,13 @@ struct CollectState {
   static constexpr uint16_t kKeepMask = 0x07FF;
   static constexpr uint16_t kManyHolds = 0xFFFF;  // too many to count: never told apart
 
-  std::vector<int32_t> parent;
-  std::vector<uint16_t> info;
-  std::vector<uint16_t> holds;
+  // On huge pages where big: made afresh by every full collection, they would otherwise cost a
+  // page fault every 4 KiB.
+  template <class T>
+  using Table = std::vector<T, fundra::HugeAllocator<T>>;
+  Table<int32_t> parent;
+  Table<uint16_t> info;
+  Table<uint16_t> holds;
   bool valid = false;
   bool unlinked = false;             // a write took something out of the graph since
   bool periodic = false;             // the collection running is the periodic one

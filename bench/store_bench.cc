@@ -207,7 +207,8 @@ void BM_MarkReference(benchmark::State& state) {
   {
     fundra::ElementSpace* s = GraphSpace(g);
     for (int32_t dl = 1; dl <= g.n; ++dl)
-      std::memcpy(flat[size_t(dl)].bytes, s->LmGet(dl), size_t(std::min(s->LmSize(dl), kRecord)));
+      std::memcpy(flat[size_t(dl)].bytes, s->LmGet(dl),
+                  size_t(std::clamp(s->LmSize(dl), 0, kRecord)));
     delete s;
   }
   std::vector<uint8_t> visited(size_t(g.n) + 2);

@@ -14,6 +14,9 @@
 //   HChg, first        100 TSVS on random nodes, then HChg, first save after an open
 //   HChg, steady       the same, later saves                    both beside TSGC of that store
 //   HChg, no change    HChg right after a save
+//   save alone         the floor of HChg beyond its collection: the same 100 changes saved by a
+//                      plain value handle of the same file (the base alone, no collection)
+//   TSCk               once, the store's whole check (the walk, the space's and the file's)
 //   open + TSIn        in a fresh process, the file just written  beside SQLite's reopen + read
 //   peak RSS           of the first save after an open, in a fresh process, beside the live
 //                      element bytes
@@ -489,6 +492,43 @@ void phaseStore(benchmark::State& st, int32_t n) {
     gFigures[n]["HChg none"].add(none);
     if (r != 0) st.SkipWithError("a collection or save failed");
   }
+  // The whole check once: the marking walk with every DL's check, and the base's exhaustive
+  // check of the space and the file.
+  auto t = Clock::now();
+  Word ok = send(s, kTSCk);
+  gFigures[n]["TSCk"].add(since(t));
+  if (ok != 1) st.SkipWithError("TSCk found the store unsound");
+}
+
+// The floor of a save after 100 changes: the same file saved by a plain value handle, 100 elements
+// changed in place, no collection.
+void phaseSaveAlone(benchmark::State& st, int32_t n) {
+  if (gState[n].store) send(gState[n].store, kDspo);
+  gState[n].store = nullptr;
+  boot();
+  Word h = send(zelkor::ZelkorLookup(zelkor::kVhdSig), zelkor::kNew_);
+  send(h, kSetu);
+  fundra::ElementSpace* sp = nullptr;
+  if (storefile::vhdOpenFile(h, storePath(n), storefile::VhdOpenMode::kReadWrite) != 0 ||
+      send(h, storefile::kHGtH, &sp) != 0 || !sp) {
+    st.SkipWithError("the plain open failed");
+    return;
+  }
+  std::mt19937 rng(uint32_t(n) + 3);
+  for (auto _ : st) {
+    for (int k = 0; k < 100;) {
+      int32_t e = 1 + int32_t(rng() % uint32_t(sp->LmCount()));
+      if (sp->LmSize(e) < 4) continue;
+      sp->LmGet(e)[0] ^= 1;
+      sp->LmTouch(e);
+      ++k;
+    }
+    auto t = Clock::now();
+    Word r = send(h, kHChg);
+    record(st, n, "save alone", since(t));
+    if (r != 0) st.SkipWithError("the plain save failed");
+  }
+  send(h, kDspo);
 }
 
 void phaseOpen(benchmark::State& st, int32_t n) {
@@ -559,6 +599,15 @@ void printTable() {
   with("HChg, 100 changes, first (x TSGC)", "HChg first", "TSGC", 1e3, "%.3g", "x");
   with("HChg, 100 changes, steady (x TSGC)", "HChg steady", "TSGC", 1e3, "%.3g", "x");
   with("HChg, no change (x TSGC)", "HChg none", "TSGC", 1e3, "%.3g", "x");
+  with("the save alone, no collection, ms", "save alone", nullptr, 1e3, "%.3g", "");
+  line("floor of HChg: TSGC + the save alone", [](std::map<std::string, Samples>& f) {
+    if (!f.count("save alone") || !f.count("TSGC")) return std::string("-");
+    char buf[48];
+    std::snprintf(buf, sizeof buf, "%.2fx TSGC",
+                  (f["TSGC"].median() + f["save alone"].median()) / f["TSGC"].median());
+    return std::string(buf);
+  });
+  with("TSCk (whole check, file included)", "TSCk", nullptr, 1, "%.3g", "");
   with("full save (vhdCreateFile)", "full save", nullptr, 1, "%.3g", "");
   with("open + TSIn, fresh (x SQLite read)", "open", "sqlite read", 1, "%.3g", "x");
   with("SQLite: write all, one commit", "sqlite write", nullptr, 1, "%.3g", "");
@@ -607,10 +656,11 @@ int main(int argc, char** argv) {
     void (*run)(benchmark::State&, int32_t);
     int reps;
   };
-  const Phase phases[] = {
-      {"import", phaseImport, 3}, {"selectors", phaseSelectors, 1},  {"collect", phaseCollect, 3},
-      {"create", phaseCreate, 1}, {"first_save", phaseFirstSave, 3}, {"store", phaseStore, 5},
-      {"open", phaseOpen, 3},     {"sqlite", phaseSqlite, 3}};
+  const Phase phases[] = {{"import", phaseImport, 3},        {"selectors", phaseSelectors, 1},
+                          {"collect", phaseCollect, 3},      {"create", phaseCreate, 1},
+                          {"first_save", phaseFirstSave, 3}, {"store", phaseStore, 5},
+                          {"save_alone", phaseSaveAlone, 5}, {"open", phaseOpen, 3},
+                          {"sqlite", phaseSqlite, 3}};
   for (int32_t n : sizes)
     for (const Phase& p : phases)
       benchmark::RegisterBenchmark((std::string(p.name) + "/" + std::to_string(n)).c_str(),

@@ -281,9 +281,13 @@ Word zoveCollect(Object* self, const Msg&) {
   int32_t records = setLiveRecords(d);
   s->LmUnmark();
   // The quick mark sets the same marks as the walks below; where it gives up, the walks run and
-  // report what they find (at a raised check level, each DL's check in walk order).
+  // report what they find (at a raised check level, each DL's check in walk order). It makes the
+  // state afresh for the periodic collection, or refreshes the one it has; a collection that is
+  // not periodic in a store that never collected periodically keeps none (8 bytes per number that
+  // only the short way reads).
+  if (st && !st->periodic && st->info.empty()) st = nullptr;
   QuickMark quick;
-  const bool quickDone = st && zoveQuickMarkOn() && quick.run(d, st);
+  const bool quickDone = zoveQuickMarkOn() && quick.run(d, st);
   if (!quickDone) {
     if (st) st->valid = false;
     s->LmUnmark();

@@ -41,7 +41,7 @@ inline bool QuickMark::queueDL(fundra::ElementSpace* s, int32_t n, int32_t from)
   if (owned_.has(size_t(n)) || s->LmMark(n) <= 0) return false;
   dls_.set(size_t(n));
   // The queue's level; the replay gives the walk's depth where the two differ.
-  st_->set(size_t(n), from, from ? st_->depth(size_t(from)) + 1 : 0, CollectState::kRootTree);
+  st_->set(size_t(n), from, from ? scanDepth_ + 1 : 0, CollectState::kRootTree);
   st_->hold(from);
   queue_.push_back(n);
   return true;
@@ -62,7 +62,7 @@ inline bool QuickMark::queueEntry(fundra::ElementSpace* s, int32_t n, int32_t fr
     }
     if (r == 0) return false;
     dls_.set(size_t(n));
-    st_->set(size_t(n), from, st_->depth(size_t(from)) + 1, CollectState::kRootTree);
+    st_->set(size_t(n), from, scanDepth_ + 1, CollectState::kRootTree);
     st_->hold(from);
     queue_.push_back(n);
   } else if (tree_) {
@@ -191,7 +191,7 @@ bool QuickMark::replay(int32_t root, CollectState::Kind kind) {
 }
 
 bool QuickMark::run(ZoveData* d, CollectState* st) {
-  st_ = st;
+  st_ = st ? st : &thin_;
   checking_ = d->checkLevel != 0;
   // The edge table costs 4 bytes a number and 4 an edge, and only the replay reads it: it is kept
   // from the start when the keep list makes a replay certain, else the queue runs without it and
@@ -221,7 +221,7 @@ QuickMark::Pass QuickMark::pass(ZoveData* d) {
   deadEntry_ = secondHolder_ = crossKept_ = false;
   try {
     last_ = s->LmCount();
-    if (!st_->reset(size_t(last_) + 1)) return Pass::kGiveUp;
+    if (!st_->reset(size_t(last_) + 1, st_ != &thin_)) return Pass::kGiveUp;
     dls_.reset(size_t(last_) + 1);
     owned_.reset(size_t(last_) + 1);
     replayed_.reset(size_t(last_) + 1);
@@ -245,6 +245,7 @@ QuickMark::Pass QuickMark::pass(ZoveData* d) {
       if (h + kSlotsAhead < queue_.size()) s->LmPrefetch(queue_[h + kSlotsAhead], false);
       if (h + kBytesAhead < queue_.size()) s->LmPrefetch(queue_[h + kBytesAhead], true);
       followed_ = false;
+      scanDepth_ = level;
       if (!scan(d, queue_[h])) return Pass::kGiveUp;
       if (followed_) deepest = level;
       if (!recording_ && (!tree_ || deepest >= kMaxDepth)) return Pass::kReplay;

@@ -44,8 +44,9 @@ bool zoveQuickMarkOn();
 class QuickMark {
  public:
   // Marks from DL 1 and the keep list as the walks would, striking named records from the live
-  // records, and makes `st` afresh. Answers false when the walks must run instead (some marks
-  // may then be set, and `st` is not valid).
+  // records, and makes `st` afresh (null: keeps nothing, and needs 4 bytes per number where a
+  // state takes 8). Answers false when the walks must run instead (some marks may then be set,
+  // and `st` is not valid).
   bool run(ZoveData* d, CollectState* st);
 
   // After the collection freed what was left unmarked: whether pruning may change a DL. False
@@ -79,6 +80,8 @@ class QuickMark {
   CollectState::Table<int32_t> queue_;   // DLs in the order they were queued
   CollectState::Table<uint32_t> first_;  // per number: where a DL's edge count is in edges_
   CollectState* st_ = nullptr;  // per number: the DL whose edge queued it (0 for a root), ...
+  CollectState thin_;           // st_ when the collection keeps no state
+  int32_t scanDepth_ = 0;       // the queue's level of the DL being scanned
   bool checking_ = false;       // the check level is raised
   bool secondHolder_ = false;   // an owned element has two holders
   bool crossKept_ = false;      // an edge leads from one kept DL's tree into another's

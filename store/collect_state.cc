@@ -15,11 +15,11 @@ bool zoveShortWayOn() { return shortWayOn; }
 int64_t zoveShortWays() { return shortWays; }
 void zoveCountShortWay() { ++shortWays; }
 
-bool CollectState::reset(size_t numbers) {
+bool CollectState::reset(size_t numbers, bool whole) {
   try {
     parent.assign(numbers, 0);
-    info.assign(numbers, 0);
-    holds.assign(numbers, 0);
+    info.assign(whole ? numbers : 0, 0);
+    holds.assign(whole ? numbers : 0, 0);
   } catch (const std::bad_alloc&) {
     valid = false;
     return false;

@@ -64,21 +64,26 @@ struct CollectState {
 
   Kind kind(size_t n) const { return n < info.size() ? Kind(info[n] >> kKindShift & 3) : kGone; }
   int32_t depth(size_t n) const { return n < info.size() ? info[n] & kDepthMask : 0; }
+  // A thin state (reset with whole = false) has parents only, for a collection that keeps
+  // nothing for the next: set, hold and unhold then write the parent alone.
   void set(size_t n, int32_t from, int32_t depth, Kind k) {
     static_assert(kMaxDepth <= kDepthMask);
     parent[n] = from;
+    if (info.empty()) return;
     // A queue's level may pass the mask; the walk's depth, which replaces it, never does.
     info[n] =
         uint16_t((info[n] & ~kKeepMask) | std::min<int32_t>(depth, kDepthMask) | k << kKindShift);
   }
   void hold(int32_t holder) {
-    if (holder > 0 && holds[size_t(holder)] != kManyHolds) ++holds[size_t(holder)];
+    if (holder > 0 && !holds.empty() && holds[size_t(holder)] != kManyHolds)
+      ++holds[size_t(holder)];
   }
   void unhold(int32_t holder) {
-    if (holder > 0 && holds[size_t(holder)] != kManyHolds) --holds[size_t(holder)];
+    if (holder > 0 && !holds.empty() && holds[size_t(holder)] != kManyHolds)
+      --holds[size_t(holder)];
   }
   // Starts afresh for a collection that reaches every element: every number kGone.
-  bool reset(size_t numbers);
+  bool reset(size_t numbers, bool whole = true);
   // Forgets what happened since the last collection (which has just ended).
   void settled();
 };

@@ -2,6 +2,7 @@
 # make test  installs what is missing, builds with ASan+UBSan and runs every test (CTest), then
 #            runs the tests of threaded code again under ThreadSanitizer
 # make bench builds the optimised benchmarks and runs them
+# make bench-scale runs the long benchmark of stores of 100k to 10M DLs (SIZES=100000,1000000)
 # make fuzz  builds the libFuzzer programs with clang (see docs/testing.md)
 # make format reformats the sources with the repository's .clang-format
 
@@ -13,7 +14,7 @@ ASAN := build/asan
 TSAN := build/tsan
 FUZZ := build/fuzz
 
-.PHONY: run test bench fuzz setup format clean
+.PHONY: run test bench bench-scale fuzz setup format clean
 
 setup:
 	@bash scripts/setup.sh
@@ -41,6 +42,10 @@ test: setup $(ASAN)/CMakeCache.txt $(TSAN)/CMakeCache.txt
 bench: setup $(RELEASE)/CMakeCache.txt
 	cmake --build $(RELEASE) -j $(JOBS)
 	@for b in $(RELEASE)/bench/bench_*; do echo "== $$b"; $$b; done
+
+bench-scale: setup $(RELEASE)/CMakeCache.txt
+	cmake --build $(RELEASE) -j $(JOBS) --target scale_store
+	$(RELEASE)/bench/scale_store $(if $(SIZES),--sizes=$(SIZES))
 
 fuzz: setup
 	cmake -S . -B $(FUZZ) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \

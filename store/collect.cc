@@ -27,6 +27,7 @@
 
 #include "platform/fundra/debug.h"
 #include "store/collect_quick.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -39,7 +40,12 @@ Word zoveGCCheck(Object* self) {
   ZoveData* d = zoveData(self);
   if (++d->changeCount < kCollectEvery) return d->changeCount;
   d->changeCount = 0;
+  // The periodic collection may take the short way (collect_since.cc); a TSGC sent by anyone
+  // else walks everything.
+  CollectState* st = zoveCollectState(d);
+  if (st) st->periodic = true;
   Word r = send(self, kTSGC);
+  if (st) st->periodic = false;
   DebugLogf(kLogPeriodic, "zoveGCCheck: periodic GC, %E", r);
   return d->changeCount;
 }
@@ -231,16 +237,21 @@ bool prune(fundra::ElementSpace* s) {
   return changed;
 }
 
-// A fresh live-records dictionary holding every chunk the record file has.
-void setLiveRecords(ZoveData* d) {
+// A fresh live-records dictionary holding every chunk the record file has; answers how many.
+int32_t setLiveRecords(ZoveData* d) {
   delete d->liveRecords;
   d->liveRecords = new fundra::TDict(0, 0);
-  if (!d->file) return;
+  if (!d->file) return 0;
   int32_t n = zelkor::i32(send(d->file, kHCId, kRecordType));
   for (int32_t i = 1; i <= n; ++i) d->liveRecords->Set(send(d->file, kHEId, kRecordType, i), 1);
+  return n;
 }
 
 }  // namespace
+
+bool zovePruneOne(fundra::ElementSpace* s, int32_t dl) {
+  return pruneDL(s, dl, [](int32_t) {});
+}
 
 // TSGC: 0, or kFaulted with the failure left in the fault code.
 Word zoveCollect(Object* self, const Msg&) {
@@ -253,15 +264,34 @@ Word zoveCollect(Object* self, const Msg&) {
     DebugLogf(kLogFault, "zoveCollect: LmValid/1 failed, code %~d", d->fault);
     return kFaulted;
   }
-  setLiveRecords(d);
+  CollectState* st = zoveCollectState(d);
+  SinceCollection since;
+  if (st && st->periodic && d->checkLevel == 0 && zoveQuickMarkOn() && zoveShortWayOn() &&
+      since.plan(d, st)) {
+    zoveCountShortWay();
+    since.free(d);
+    d->fault = s->LmValid();
+    if (d->fault != 0) {
+      DebugLogf(kLogFault, "zoveCollect: LmValid/2 failed, code %~d", d->fault);
+      return kFaulted;
+    }
+    since.finish(d, st);
+    return 0;
+  }
+  int32_t records = setLiveRecords(d);
   s->LmUnmark();
   // The quick mark sets the same marks as the walks below; where it gives up, the walks run and
-  // report what they find. At a raised check level every DL must pass the check in walk order.
+  // report what they find (at a raised check level, each DL's check in walk order). It makes the
+  // state afresh for the periodic collection, or refreshes the one it has; a collection that is
+  // not periodic in a store that never collected periodically keeps none (8 bytes per number that
+  // only the short way reads).
+  if (st && !st->periodic && st->info.empty()) st = nullptr;
   QuickMark quick;
-  const bool quickDone = d->checkLevel == 0 && zoveQuickMarkOn() && quick.run(d);
+  const bool quickDone = zoveQuickMarkOn() && quick.run(d, st);
   if (!quickDone) {
+    if (st) st->valid = false;
     s->LmUnmark();
-    setLiveRecords(d);
+    records = setLiveRecords(d);
     d->fault = zoveDoMark(self, kRootDL, 0, 0);
     for (int32_t i = 0; d->fault == 0 && i < d->keep.Count(); ++i)
       d->fault = zoveDoMark(self, d->keep.Get(i), 0, 0);
@@ -280,10 +310,19 @@ Word zoveCollect(Object* self, const Msg&) {
     }
     zelkor::Word chunk, one;
     fundra::TDictIter it(*d->liveRecords);
-    while (it.Next(&chunk, &one)) send(d->file, kHRmv, kRecordType, chunk);
+    while (it.Next(&chunk, &one)) {
+      send(d->file, kHRmv, kRecordType, chunk);
+      --records;
+    }
   }
   delete d->liveRecords;
   d->liveRecords = nullptr;
+  if (st) {
+    st->records = records;
+    st->settled();
+    if (d->fault != 0) st->valid = false;
+  }
+  s->LmSinceReset();
   return d->fault != 0 ? kFaulted : 0;
 }
 

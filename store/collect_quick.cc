@@ -24,7 +24,8 @@ bool zoveQuickMarkOn() { return quickMarkOn; }
 // An edge from DL `from` to a DL already queued: the queue's tree stays the walk's tree only if
 // the edge leads back to an ancestor (a few levels up at most).
 inline void QuickMark::edgeBack(int32_t from, int32_t n) {
-  for (int32_t up = from, i = 0; tree_ && i < kAncestorSteps && up; ++i, up = parent_[size_t(up)])
+  for (int32_t up = from, i = 0; tree_ && i < kAncestorSteps && up;
+       ++i, up = st_->parent[size_t(up)])
     if (up == n) return;
   tree_ = false;
 }
@@ -39,7 +40,9 @@ inline bool QuickMark::queueDL(fundra::ElementSpace* s, int32_t n, int32_t from)
   }
   if (owned_.has(size_t(n)) || s->LmMark(n) <= 0) return false;
   dls_.set(size_t(n));
-  parent_[size_t(n)] = from;
+  // The queue's level; the replay gives the walk's depth where the two differ.
+  st_->set(size_t(n), from, from ? scanDepth_ + 1 : 0, CollectState::kRootTree);
+  st_->hold(from);
   queue_.push_back(n);
   return true;
 }
@@ -59,21 +62,28 @@ inline bool QuickMark::queueEntry(fundra::ElementSpace* s, int32_t n, int32_t fr
     }
     if (r == 0) return false;
     dls_.set(size_t(n));
-    parent_[size_t(n)] = from;
+    st_->set(size_t(n), from, scanDepth_ + 1, CollectState::kRootTree);
+    st_->hold(from);
     queue_.push_back(n);
   } else if (tree_) {
     edgeBack(from, n);
   }
-  edges_.push_back(n);
+  followed_ = true;
+  if (recording_) edges_.push_back(n);
   return true;
 }
 
 // An owned element (blob, list, weak list). A second holder is no finding, as in the walk.
-inline bool QuickMark::own(fundra::ElementSpace* s, int32_t n) {
+inline bool QuickMark::own(fundra::ElementSpace* s, int32_t n, int32_t holder) {
   if (!inRange(n)) return false;
-  if (owned_.has(size_t(n))) return true;
+  if (owned_.has(size_t(n))) {
+    secondHolder_ |= st_->parent[size_t(n)] != holder;
+    return true;
+  }
   if (dls_.has(size_t(n)) || s->LmMark(n) <= 0) return false;
   owned_.set(size_t(n));
+  st_->set(size_t(n), holder, 0, CollectState::kOwned);
+  st_->hold(holder);
   return true;
 }
 
@@ -82,15 +92,24 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
   fundra::ElementSpace* s = d->space;
   DLView v;
   if (dlOpen(s, dl, &v) != 0) return false;
-  first_[size_t(dl)] = uint32_t(edges_.size());
-  edges_.push_back(0);
-  const size_t start = edges_.size();
+  // At a raised check level: anything the DL check would log (the element's size and the items'
+  // kinds are tested below as the walk tests them).
+  if (checking_ && !isPrintableCode(v.head->uType)) return false;
+  const size_t start = edges_.size() + 1;
+  if (recording_) {
+    first_[size_t(dl)] = uint32_t(edges_.size());
+    edges_.push_back(0);
+  }
   if (v.head->owner != 0) weak_.push_back(v.head->owner);
   for (int32_t i = 0, count = v.head->count; i < count; ++i) {
     const Item it = v.items[i];
+    if (checking_ && !isPrintableCode(it.key)) return false;
     if (it.ref <= 0) {
       uint32_t type = typeOf(it.ref);
       if (type == kVHandle) {
+        if (checking_ && (!d->file || zelkor::i32(zelkor::send(d->file, kHSiz, kRecordType,
+                                                               int32_t(it.kind))) < 0))
+          return false;
         if (d->liveRecords) d->liveRecords->Remove(zelkor::toWord(it.kind));
       } else if (type != kImmediate) {
         return false;
@@ -99,12 +118,14 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
     }
     uint32_t type = typeOf(it.kind);
     if (type == kHandle || type == kPartLink) {
-      edges_.push_back(it.ref);
+      followed_ = true;
+      if (recording_) edges_.push_back(it.ref);
       if (!queueDL(s, it.ref, dl)) return false;
     } else if (type == kBlob) {
-      if (!own(s, it.ref)) return false;
+      if (!own(s, it.ref, dl)) return false;
     } else if (type == kList || type == kWeakList) {
-      if (!own(s, it.ref)) return false;
+      if (!own(s, it.ref, dl)) return false;
+      st_->weakLists |= type == kWeakList;
       const auto* elems = reinterpret_cast<const int32_t*>(s->LmGet(it.ref));
       const int32_t n = s->LmSize(it.ref) / 4;
       for (int32_t j = 0; j < n; ++j) {
@@ -121,23 +142,35 @@ bool QuickMark::scan(ZoveData* d, int32_t dl) {
       return false;
     }
   }
-  edges_[start - 1] = int32_t(edges_.size() - start);
+  if (recording_) edges_[start - 1] = int32_t(edges_.size() - start);
   return true;
 }
 
 // The depth-first walk from `root` over the edge table: false when it would follow an edge from
-// a DL at level kMaxDepth. A DL already replayed ends an edge, as a mark does.
-bool QuickMark::replay(int32_t root) {
+// a DL at level kMaxDepth. A DL already replayed ends an edge, as a mark does. Each DL it enters
+// gets its parent and depth in the walk.
+bool QuickMark::replay(int32_t root, CollectState::Kind kind) {
   struct Frame {
     uint32_t next, end;
+    int32_t dl;
   };
   if (replayed_.has(size_t(root))) return true;
+  // The tree a walk from the keep list made, found by going up from one of its DLs.
+  auto rootOf = [&](int32_t n) {
+    for (int32_t i = 0; i <= kMaxDepth && st_->parent[size_t(n)] != 0; ++i)
+      n = st_->parent[size_t(n)];
+    return n;
+  };
   Frame stack[kMaxDepth + 1];
   int32_t top = 0;
   auto enter = [&](int32_t n, int32_t at) {
     replayed_.set(size_t(n));
+    // The queue counted its own tree's edges; the walk's tree replaces them.
+    st_->unhold(st_->parent[size_t(n)]);
+    st_->set(size_t(n), at > 0 ? stack[at - 1].dl : 0, at, kind);
+    st_->hold(st_->parent[size_t(n)]);
     uint32_t f = first_[size_t(n)];
-    stack[at] = Frame{f + 1, f + 1 + uint32_t(edges_[f])};
+    stack[at] = Frame{f + 1, f + 1 + uint32_t(edges_[f]), n};
   };
   enter(root, 0);
   while (top >= 0) {
@@ -148,27 +181,60 @@ bool QuickMark::replay(int32_t root) {
     }
     if (top == kMaxDepth) return false;
     const int32_t n = edges_[f.next++];
-    if (!replayed_.has(size_t(n))) enter(n, ++top);
+    if (!replayed_.has(size_t(n)))
+      enter(n, ++top);
+    else if (kind == CollectState::kKeptTree && !crossKept_ &&
+             st_->kind(size_t(n)) == CollectState::kKeptTree && rootOf(n) != root)
+      crossKept_ = true;
   }
   return true;
 }
 
-bool QuickMark::run(ZoveData* d) {
+bool QuickMark::run(ZoveData* d, CollectState* st) {
+  st_ = st ? st : &thin_;
+  checking_ = d->checkLevel != 0;
+  // The edge table costs 4 bytes a number and 4 an edge, and only the replay reads it: it is kept
+  // from the start when the keep list makes a replay certain, else the queue runs without it and
+  // runs again, keeping it, once the queue's tree turns out not to be the walk's.
+  recording_ = d->keep.Count() > 0;
+  for (;;) {
+    Pass r = pass(d);
+    if (r == Pass::kGiveUp) return false;
+    if (r == Pass::kTree) return settle(d);
+    if (recording_) break;
+    recording_ = true;
+    d->space->LmUnmark();
+  }
+  if (!replay(kRootDL, CollectState::kRootTree)) return false;
+  for (int32_t i = 0; i < d->keep.Count(); ++i)
+    if (!replay(d->keep.Get(i), CollectState::kKeptTree)) return false;
+  return settle(d);
+}
+
+// One run of the queue from DL 1 and the keep list.
+QuickMark::Pass QuickMark::pass(ZoveData* d) {
   fundra::ElementSpace* s = d->space;
+  st_->valid = false;
+  queue_.clear();
+  edges_.clear();
+  weak_.clear();
+  deadEntry_ = secondHolder_ = crossKept_ = false;
   try {
     last_ = s->LmCount();
+    if (!st_->reset(size_t(last_) + 1, st_ != &thin_)) return Pass::kGiveUp;
     dls_.reset(size_t(last_) + 1);
     owned_.reset(size_t(last_) + 1);
     replayed_.reset(size_t(last_) + 1);
-    first_.resize(size_t(last_) + 1);
-    parent_.resize(size_t(last_) + 1);
+    if (recording_) {
+      first_.resize(size_t(last_) + 1);
+      edges_.reserve(size_t(s->LmLiveCount()) * 4);
+    }
     queue_.reserve(size_t(s->LmLiveCount()));
-    edges_.reserve(size_t(s->LmLiveCount()) * 4);
-    if (!queueDL(s, kRootDL, 0)) return false;
+    if (!queueDL(s, kRootDL, 0)) return Pass::kGiveUp;
     // Walks from several roots share their marks: the queue's tree says nothing about them.
     tree_ = d->keep.Count() == 0;
     for (int32_t i = 0; i < d->keep.Count(); ++i)
-      if (!queueDL(s, d->keep.Get(i), 0)) return false;
+      if (!queueDL(s, d->keep.Get(i), 0)) return Pass::kGiveUp;
     // The queue holds DL 1's level, then each next level: `level` is the level of DL h.
     int32_t level = 0, deepest = 0;
     for (size_t h = 0, levelEnd = queue_.size(); h < queue_.size(); ++h) {
@@ -178,20 +244,29 @@ bool QuickMark::run(ZoveData* d) {
       }
       if (h + kSlotsAhead < queue_.size()) s->LmPrefetch(queue_[h + kSlotsAhead], false);
       if (h + kBytesAhead < queue_.size()) s->LmPrefetch(queue_[h + kBytesAhead], true);
-      size_t edgesBefore = edges_.size();
-      if (!scan(d, queue_[h])) return false;
-      if (edges_.size() > edgesBefore + 1) deepest = level;
+      followed_ = false;
+      scanDepth_ = level;
+      if (!scan(d, queue_[h])) return Pass::kGiveUp;
+      if (followed_) deepest = level;
+      if (!recording_ && (!tree_ || deepest >= kMaxDepth)) return Pass::kReplay;
     }
     // Every edge that is not the queue's tree edge leads back to an ancestor: the walk from DL 1
     // follows the same tree, each DL at its level, so only a DL with an edge at the last level
     // can fail it.
-    if (tree_ && deepest < kMaxDepth) return true;
+    return tree_ && deepest < kMaxDepth ? Pass::kTree : Pass::kReplay;
   } catch (const std::bad_alloc&) {
-    return false;
+    return Pass::kGiveUp;
   }
-  if (!replay(kRootDL)) return false;
-  for (int32_t i = 0; i < d->keep.Count(); ++i)
-    if (!replay(d->keep.Get(i))) return false;
+}
+
+// The run succeeded: whether its state may serve the next periodic collection (collect_state.h,
+// S2 and S3).
+bool QuickMark::settle(ZoveData* d) {
+  st_->valid = !secondHolder_ && !(deadEntry_ && d->keep.Count() > 0);
+  st_->crossKept = crossKept_;
+  for (int32_t n : weak_)
+    if (inRange(n) && dls_.has(size_t(n)) && st_->kind(size_t(n)) == CollectState::kKeptTree)
+      st_->weakIntoKept = true;
   return true;
 }
 

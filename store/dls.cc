@@ -1,8 +1,10 @@
 // DLs as a whole: creation, header words, data area, flags, the keep list, the owner and its
 // controller, swapping and the element-space lock.
 #include <cstring>
+#include <string>
 
 #include "platform/fundra/debug.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -11,6 +13,32 @@ using zelkor::fc;
 using zelkor::i32;
 
 void zoveAssert(int line) { fundra::Debug("zove", line); }
+
+int32_t zoveNoRoom(Object* self, const char* routine, int32_t code, int64_t bytes) {
+  using zelkor::DebugLogf;
+  fundra::ElementSpace* s = zoveData(self)->space;
+  std::string wanted = std::to_string(bytes);
+  if (code == fundra::kLmNoNumber) {
+    DebugLogf(
+        kLogFault,
+        "%s: no element of %s bytes: every number the element space may give (%~d) is taken, %E",
+        routine, wanted.c_str(), s ? s->LmMaxNumber() : 0, code);
+  } else if (code == fundra::kLmNoMemory) {
+    if (s && s->LmMaxHeap() > 0 && s->LmHeapBytes() + bytes > s->LmMaxHeap())
+      DebugLogf(
+          kLogFault,
+          "%s: no room for %s bytes: the element space holds %s of its ceiling of %s bytes, %E",
+          routine, wanted.c_str(), std::to_string(s->LmHeapBytes()).c_str(),
+          std::to_string(s->LmMaxHeap()).c_str(), code);
+    else
+      DebugLogf(kLogFault, "%s: no room for %s bytes: the system's memory ran out, %E", routine,
+                wanted.c_str(), code);
+  } else if (code == fundra::kLmBadSize) {
+    DebugLogf(kLogFault, "%s: %s bytes is more than an element may hold (%~d), %E", routine,
+              wanted.c_str(), fundra::kLmMaxSize, code);
+  }
+  return code;
+}
 
 int32_t zoveOpenDL(Object* self, int32_t dl, DLView* v, int line) {
   ZoveData* d = zoveData(self);
@@ -46,6 +74,7 @@ int32_t zoveRelease(Object* self, int32_t dl) {
   if (v.head->flags & kKeptFlag) {
     zoveData(self)->keep.Del(dl);
     v.head->flags &= uint16_t(~kKeptFlag);
+    zoveReleasedKept(self, dl);
   }
   return zoveCheckIfRaised(self, dl);
 }
@@ -80,10 +109,11 @@ Word zoveNewDL(Object* self, const Msg& m) {
   int64_t rounded = (int64_t(size < 0 ? 0 : size) + 3) / 4 * 4;
   if (size < 0 || rounded + kHeadBytes > fundra::kLmMaxSize) {
     zoveAssert();
-    return fundra::kLmBadSize;
+    return size < 0 ? fundra::kLmBadSize
+                    : zoveNoRoom(self, "zoveNewDL", fundra::kLmBadSize, rounded + kHeadBytes);
   }
   int32_t n = d->space->LmAddAssert(int32_t(kHeadBytes + rounded));
-  if (n < 1) return n;
+  if (n < 1) return zoveNoRoom(self, "zoveNewDL", n, kHeadBytes + rounded);
   zoveKeep(self, n);
   auto* head = reinterpret_cast<DLHead*>(d->space->LmGet(n));
   head->uType = uint32_t(m.w[0]);
@@ -201,6 +231,7 @@ Word zoveSwap(Object* self, const Msg& m) {
   ZoveData* d = zoveData(self);
   int32_t a = i32(m.w[0]), b = i32(m.w[1]);
   zelkor::TransBlock(d->channel, kXTSW, a, b);
+  zoveUnlinked(self);
   for (int32_t i = 0; i < d->keep.Count(); ++i) {
     int32_t e = d->keep.Get(i);
     if (e == a) d->keep.Set(i, b);

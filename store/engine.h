@@ -19,6 +19,12 @@ namespace zove {
 // std::source_location: the clang that builds the fuzzers has no working source_location.)
 void zoveAssert(int line = __builtin_LINE());
 
+// A writer whose element the space could not make or grow (kLmNoNumber, kLmNoMemory,
+// kLmBadSize): logs, with the writer's name, which limit it met (every number taken, the
+// space's ceiling of heap bytes, the system's memory, an element's largest size) and answers
+// the code. Any other code is answered as it is, without a line.
+int32_t zoveNoRoom(Object* self, const char* routine, int32_t code, int64_t bytes);
+
 // The words most selectors start with: the DL, then the item's key.
 inline int32_t dlArg(const Msg& m) { return zelkor::i32(m.w[0]); }
 inline uint32_t keyArg(const Msg& m) { return zelkor::u32(m.w[1]); }

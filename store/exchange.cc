@@ -13,6 +13,7 @@
 
 #include "platform/fundra/debug.h"
 #include "platform/fundra/persist.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 #include "store/exchange_bytes.h"
 #include "store/registry.h"
@@ -52,9 +53,10 @@ class Exporter {
 };
 
 // Makes room for a record ending at `end`: the stream grows to used + record + 4096 bytes, so
-// that small records do not each resize it.
+// that small records do not each resize it. A TMemory holds at most 2 GiB (its size is a 32-bit
+// count): a stream that would pass that is refused as too big, not as memory the system lacks.
 int32_t Exporter::grow(int64_t end) {
-  if (end > INT32_MAX - 4096) return fundra::kMemNoMemory;
+  if (end > INT32_MAX - 4096) return fundra::kMemBadSize;
   // The walk writes every byte up to its cursor, and the slack is cut off at the end.
   return out_->SetSize(int32_t(end) + 4096, fundra::kMemNoFill);
 }
@@ -234,7 +236,16 @@ Word zoveExport(Object* self, const Msg& m) {
     zoveAssert();
     return d->space ? kWrongKind : kNoSpace;
   }
-  return exchangeExport(*d->space, zelkor::i32(m.w[0]), memory);
+  int32_t dl = zelkor::i32(m.w[0]);
+  int32_t r = exchangeExport(*d->space, dl, memory);
+  if (r == fundra::kMemBadSize)
+    zelkor::DebugLogf(
+        kLogFault, "zoveExport: DL %~d: the stream would pass 2 GiB, the most a TMemory holds, %E",
+        dl, r);
+  else if (r == fundra::kMemNoMemory)
+    zelkor::DebugLogf(kLogFault,
+                      "zoveExport: DL %~d: the system's memory ran out for the stream, %E", dl, r);
+  return r;
 }
 
 // TSIm (DL, memory).
@@ -249,9 +260,12 @@ Word zoveImport(Object* self, const Msg& m) {
   }
   if (int32_t r = zoveOpenDL(self, dl, &v); r != 0) return r;
   std::string why;
+  zoveUnlinked(self);  // the DL's items are replaced
   int32_t r = exchangeImport(d->space, dl, memory->MemPtr(), memory->GetSize(), &why);
   if (r == kBadStream)
     zelkor::DebugLogf(kLogFault, "zoveImport: DL %~d: stream refused %s", dl, why.c_str());
+  else if (r < 0)
+    zoveNoRoom(self, "zoveImport", r, memory->GetSize());
   return r;
 }
 

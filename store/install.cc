@@ -4,6 +4,7 @@
 #include <new>
 
 #include "platform/fundra/debug.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -33,6 +34,7 @@ bool inKeepArray(const int32_t* keep, uint32_t sig) {
 // and an empty `mods` list.
 Word zoveNew(Object* self, const Msg& m) {
   ZoveData* d = zoveData(self);
+  zoveUnlinked(self);  // what the last collection knew was of another space
   auto* given = zelkor::asPtr<fundra::ElementSpace>(m.w[0]);
   if (given) {
     d->space = given;
@@ -76,6 +78,8 @@ Word zoveDispose(Object* self, const Msg& m) {
     d->controllers.~TDict();
     delete d->liveRecords;
     d->liveRecords = nullptr;
+    delete d->collect;
+    d->collect = nullptr;
     flags |= zelkor::kDestroyed;
   }
   return zelkor::passMsg(super(), self, m);
@@ -94,6 +98,7 @@ Word zoveInstall(Object* self, const Msg& m) {
   Word r = send(self, kHGtH, &d->space);
   if (r != 0) return r;
   if (!d->space) return kNoSpace;
+  zoveUnlinked(self);
   send(self, kHReg, kZoveSig);
   fundra::ElementSpace* s = d->space;
   d->fault = s->LmRepair();
@@ -167,6 +172,7 @@ Word zovePack(Object* self, const Msg& m) {
   if (d->fault != 0) return kFaulted;
   if (!d->space) return kNoSpace;
   const auto* keep = zelkor::asPtr<const int32_t>(m.w[0]);
+  zoveUnlinked(self);
   for (int32_t i = 0;;) {
     int32_t dl = modsEntry(self, i);
     if (dl == 0) break;
@@ -209,7 +215,11 @@ Word zoveSetVersion(Object* self, const Msg& m) {
 Word zoveNewModule(Object* self, const Msg& m) {
   int32_t dl = zelkor::i32(send(self, kTSDN, m.w[0], m.w[1], 0));
   if (dl < 1) return dl;
-  send(self, kTSLA, kRootDL, kModsKey, dl);
+  // A module DL that `mods` cannot list would be lost at the next collection.
+  if (int32_t r = zelkor::i32(send(self, kTSLA, kRootDL, kModsKey, dl)); r < 0) {
+    zoveRelease(self, dl);
+    return r;
+  }
   send(self, kTSSS, dl);
   return dl;
 }

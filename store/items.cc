@@ -7,6 +7,7 @@
 // items have no referent in the space (a record goes at the next collection).
 #include <cstring>
 
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -44,13 +45,18 @@ Word zoveStoreItem(Object* self, int32_t dl, uint32_t key, int32_t ref, uint32_t
   int32_t i = dlFind(v, key);
   if (i >= 0) {
     Item& it = v.items[i];
+    // Whatever the old item led the collector to (an edge, an owned element, a record) it may
+    // lead to no more.
+    bool named = it.ref > 0 ? typeOf(it.kind) != kWeakHandle : typeOf(it.ref) == kVHandle;
+    bool same = it.ref == ref && (it.ref > 0 ? typeOf(it.kind) == typeOf(kind) : it.kind == kind);
+    if (named && !same) zoveUnlinked(self);
     int32_t old = ownsReferent(it) && it.ref != ref ? it.ref : 0;
     it.kind = kind;
     it.ref = ref;
     return old ? d->space->LmRemove(old) : ref;
   }
   r = d->space->LmSetAssert(dl, v.size + kItemBytes);
-  if (r != 0) return r;
+  if (r != 0) return zoveNoRoom(self, "zoveStoreItem", r, int64_t(v.size) + kItemBytes);
   dlOpen(d->space, dl, &v);
   int32_t at = dlInsertPosition(v, key);
   int32_t count = v.head->count;
@@ -68,6 +74,7 @@ Word zoveRemoveItem(Object* self, int32_t dl, uint32_t key) {
   if (r != 0) return r;
   int32_t i = dlFind(v, key);
   if (i < 0) return kNoItem;
+  if (v.items[i].ref > 0 || typeOf(v.items[i].ref) == kVHandle) zoveUnlinked(self);
   int32_t old = ownsReferent(v.items[i]) ? v.items[i].ref : 0;
   int32_t count = v.head->count - 1;
   std::memmove(&v.items[i], &v.items[i + 1], size_t(count - i) * kItemBytes);

@@ -5,6 +5,7 @@
 
 #include "platform/fundra/memory.h"
 #include "platform/fundra/tstring.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -77,7 +78,7 @@ int32_t zoveListInsert(Object* self, int32_t dl, uint32_t key, int32_t member, i
   Item it;
   int32_t r = zoveFindItem(self, dl, key, &it);
   if (r == kNoItem) {
-    zoveWriteBlob(self, dl, key, nullptr, 0, kList);
+    if (Word w = zoveWriteBlob(self, dl, key, nullptr, 0, kList); i32(w) < 0) return i32(w);
     r = zoveFindItem(self, dl, key, &it);
   } else if (r >= 0) {
     zoveCheckIfRaised(self, dl);
@@ -90,8 +91,10 @@ int32_t zoveListInsert(Object* self, int32_t dl, uint32_t key, int32_t member, i
   }
   int32_t count = size / 4;
   if (index < 0 || index > count) index = count;
+  if (count >= fundra::kLmMaxSize / 4)
+    return zoveNoRoom(self, "zoveListInsert", fundra::kLmBadSize, (int64_t(count) + 1) * 4);
   r = d->space->LmSetAssert(it.ref, (count + 1) * 4);
-  if (r != 0) return r;
+  if (r != 0) return zoveNoRoom(self, "zoveListInsert", r, (int64_t(count) + 1) * 4);
   auto* at = reinterpret_cast<int32_t*>(d->space->LmGet(it.ref));
   std::memmove(&at[index + 1], &at[index], size_t(count - index) * 4);
   at[index] = member;
@@ -110,6 +113,7 @@ Word zoveListDelete(Object* self, int32_t dl, uint32_t key, int32_t member) {
     zoveAssert();
     return r;
   }
+  zoveUnlinked(self);
   int32_t kept = count;
   for (int32_t i = count - 1; i >= 0; --i) {
     if (at[i] != member) continue;
@@ -191,6 +195,8 @@ Word zoveSortList(Object* self, const Msg& m) {
     zoveAssert();
     return 0;
   }
+  // A new order is a new order of the marking walk's steps.
+  zoveUnlinked(self);
   d->space->LmLock();
   fundra::Sort(at, count, 4, zelkor::asPtr<void>(m.w[2]), compare);
   return d->space->LmUnlock();

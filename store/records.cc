@@ -8,6 +8,7 @@
 //   HRed (TVhd, chunk, Word* handle, mode)  HDet (handle): detaches the handle
 //   HSiz (TVhd, chunk) -> size | code       HRmv (TVhd, chunk)
 //   HCId (TVhd) -> chunks                   HEId (TVhd, i) -> chunk i, from 1
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -41,6 +42,7 @@ Word zoveWriteRecord(Object* self, const Msg& m) {
   int32_t id = i32(send(d->file, kHUId, kRecordType, 1000));
   int32_t r = i32(send(d->file, kHCrt, handle, kRecordType, id));
   if (r != 0) return r;
+  zoveRecordMade(self, id);
   r = m.w[3] ? i32(send(d->file, kHCmp, handle)) : 1;
   if (r != 0) r = i32(send(d->file, kHWrt, handle));
   if (r == 0) {
@@ -48,7 +50,10 @@ Word zoveWriteRecord(Object* self, const Msg& m) {
     if (w < 0 && w != int32_t(kVHandle)) r = i32(w);
   }
   send(d->file, kHDet, handle);
-  if (r != 0) send(d->file, kHRmv, kRecordType, id);
+  if (r != 0) {
+    send(d->file, kHRmv, kRecordType, id);
+    zoveRecordDropped(self, id);
+  }
   return r;
 }
 

@@ -14,6 +14,7 @@
 // makes them, so the copies get the same numbers.
 #include <vector>
 
+#include "store/collect_state.h"
 #include "store/engine.h"
 #include "store/registry.h"
 #include "store/structure_map.h"
@@ -187,7 +188,9 @@ Word zoveDoDupe(Object* self, const Msg& m) {
   zoveCheckIfRaised(self, dl);
   Copier copier(d->space);
   if (!copier.ok()) return fundra::kLmNoMemory;
+  zoveUnlinked(self);  // the rewrite of handles to copies may reach DLs that were there before
   int32_t copy = copier.run(dl);
+  if (copy < 0) zoveNoRoom(self, "zoveDoDupe", copy, d->space->LmSize(dl));
   if (copy > 0) {
     reinterpret_cast<DLHead*>(d->space->LmGet(copy))->flags &= uint16_t(~kSharedFlag);
     d->space->LmUnmark();

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <vector>
 
+#include "store/collect_state.h"
 #include "store/engine.h"
 #include "store/registry.h"
 
@@ -139,6 +140,7 @@ void Cutter::run(int32_t target, uint32_t key) {
 void cut(Object* self, int32_t target, uint32_t key) {
   ZoveData* d = zoveData(self);
   if (!d->space) return;
+  zoveUnlinked(self);
   fundra::TDict queue;
   d->scratch = &queue;
   Cutter(d->space, &queue).run(target, key);

@@ -68,7 +68,9 @@ Word zoveGetString(Object* self, const Msg& m) {
   return 0;
 }
 
-// TSSs (DL, key, TString* or null): null writes an empty blob.
+// TSSs (DL, key, TString* or null): null writes an empty blob. The answer means nothing to
+// callers when the string is stored; when it is not, it is the code of why (a DL that names
+// nothing, or the limit the space met).
 Word zoveSetString(Object* self, const Msg& m) {
   const auto* text = zelkor::asPtr<const fundra::TString>(m.w[2]);
   ZoveData* d = zoveData(self);
@@ -77,23 +79,21 @@ Word zoveSetString(Object* self, const Msg& m) {
   int32_t size = text ? text->StoreSize() : 0;
   Item it;
   int32_t r = zoveFindItem(self, dl, key, &it);
-  if (r < 0 && r != kNoItem) return 0;
+  if (r < 0 && r != kNoItem) return r;
   int32_t e;
   if (r >= 0 && it.ref >= 1 && typeOf(it.kind) == kBlob) {
     zoveCheckIfRaised(self, dl);
     zoveGCCheck(self);
     e = it.ref;
-    if (d->space->LmSetAssert(e, size) != 0) {
-      zoveAssert();
-      return 0;
-    }
+    if (int32_t s = d->space->LmSetAssert(e, size); s != 0)
+      return zoveNoRoom(self, "zoveSetString", s, size);
   } else {
     zoveGCCheck(self);
     e = d->space->LmAddAssert(size);
-    if (e < 1) return 0;
-    if (zoveStoreItem(self, dl, key, e, kBlob) < 0) {
+    if (e < 1) return zoveNoRoom(self, "zoveSetString", e, size);
+    if (Word w = zoveStoreItem(self, dl, key, e, kBlob); zelkor::i32(w) < 0) {
       d->space->LmRemove(e);
-      return 0;
+      return w;
     }
   }
   if (text && text->Export(d->space->LmGet(e), size, 0) < 1) zoveAssert();
@@ -126,7 +126,7 @@ Word zoveSetObject(Object* self, const Msg& m) {
   }
   fundra::TMemory mem;
   int32_t r = mem.SetSize(n, -1);
-  if (r != 0) return r;
+  if (r != 0) return zoveNoRoom(self, "zoveSetObject", r, n);
   r = i32(zelkor::send(m.w[2], kExpt, mem.MemPtr(), n));
   if (r < 0) return r;
   Word w = zoveWriteBlob(self, dlArg(m), keyArg(m), mem.MemPtr(), n, kBlob);

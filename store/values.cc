@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/fundra/memory.h"
+#include "store/collect_state.h"
 #include "store/engine.h"
 
 namespace zove {
@@ -36,10 +37,10 @@ int32_t zoveSizeBlob(Object* self, int32_t dl, uint32_t key, int32_t n) {
   if (r >= 0 && it.ref >= 1 && typeOf(it.kind) == kBlob) {
     zoveCheckIfRaised(self, dl);
     int32_t s = d->space->LmSetAssert(it.ref, n);
-    return s != 0 ? s : it.ref;
+    return s != 0 ? zoveNoRoom(self, "zoveSizeBlob", s, n) : it.ref;
   }
   int32_t e = d->space->LmAddAssert(n);
-  if (e < 1) return e;
+  if (e < 1) return zoveNoRoom(self, "zoveSizeBlob", e, n);
   Word w = zoveStoreItem(self, dl, key, e, kBlob);
   if (w < 0) {
     d->space->LmRemove(e);
@@ -62,8 +63,9 @@ Word zoveWriteBlob(Object* self, int32_t dl, uint32_t key, const void* src, int3
   if (r >= 0 && it.ref >= 1 && typeOf(it.kind) == type) {
     zoveCheckIfRaised(self, dl);
     e = it.ref;
+    if (type == kList) zoveUnlinked(self);  // the list's entries are replaced
     int32_t s = d->space->LmSetAssert(e, n);
-    if (s != 0) return s;
+    if (s != 0) return zoveNoRoom(self, "zoveWriteBlob", s, n);
     if (n > 0) {
       if (src)
         std::memmove(d->space->LmGet(e), src, size_t(n));
@@ -72,7 +74,7 @@ Word zoveWriteBlob(Object* self, int32_t dl, uint32_t key, const void* src, int3
     }
   } else {
     e = d->space->LmAddAssert(n, src);
-    if (e < 1) return e;
+    if (e < 1) return zoveNoRoom(self, "zoveWriteBlob", e, n);
     Word w = zoveStoreItem(self, dl, key, e, type);
     if (w < 0) {
       d->space->LmRemove(e);
@@ -209,7 +211,7 @@ Word zoveCopyToMemory(Object* self, const Msg& m, uint32_t type) {
   int32_t r = zoveReadBlob(self, dlArg(m), keyArg(m), type, &at, &size);
   if (r != 0) return r;
   r = mem->SetSize(size, -1);
-  if (r != 0) return r;
+  if (r != 0) return zoveNoRoom(self, "zoveCopyToMemory", r, size);
   if (size > 0) std::memcpy(mem->MemPtr(), at, size_t(size));
   return 0;
 }

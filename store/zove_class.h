@@ -1,6 +1,7 @@
 // The class `@zov`: its instance data and the handlers its build routine defines.
 //
-// Only the store's own files include this header; other classes send selectors (include/zove/store.h).
+// Only the store's own files include this header; other classes send selectors
+// (include/zove/store.h).
 #pragma once
 
 #include <cstdint>
@@ -14,6 +15,8 @@
 #include "zove/store.h"
 
 namespace zove {
+
+struct CollectState;
 
 // The value-handle base's and the record file's selectors, which the store sends itself and its
 // record file.
@@ -58,6 +61,7 @@ struct ZoveData {
   fundra::TDict* liveRecords;   // during a collection: chunks no item has named yet
   fundra::TDict* scratch;       // during a structure operation: DL -> DL
   fundra::RNList keep;          // DLs that are roots of collection until linked or released
+  CollectState* collect;        // what the last collection learnt (collect_state.h), or null
 };
 
 // The class record, set when the class boots.

@@ -18,9 +18,12 @@ constexpr zelkor::CodeInfo kCodes[] = {
     {kLmBadSize, "kLmBadSize", "a size below 0 or above the largest an element or block may have"},
     {kLmLocked, "kLmLocked", "the elements are pinned (LmLock) and the operation would move one"},
     {kLmNotLocked, "kLmNotLocked", "LmUnlock without a matching LmLock"},
-    {kLmNoMemory, "kLmNoMemory", "the heap could not supply the bytes"},
+    {kLmNoMemory, "kLmNoMemory",
+     "the heap could not supply the bytes (the system's memory, or a ceiling set)"},
     {kLmDamaged, "kLmDamaged", "the element space is not sound"},
     {kLmTaken, "kLmTaken", "the element number is already live"},
+    {kLmNoNumber, "kLmNoNumber",
+     "every element number the space may give is taken (its table's limit, or a ceiling set)"},
     {kPersistBadTag, "kPersistBadTag", "the persist header names another kind of record"},
     {kPersistBadVersion, "kPersistBadVersion", "the persist header has other versions"},
 };

@@ -23,6 +23,12 @@ int32_t ElementSpace::LmSetParms(int32_t tableStep, int32_t flags) {
   return 0;
 }
 
+int32_t ElementSpace::LmSetCeiling(int32_t numbers, int64_t heapBytes) {
+  maxNumber_ = std::clamp(numbers, 1, kLmMaxNumber);
+  maxHeap_ = std::max<int64_t>(heapBytes, 0);
+  return 0;
+}
+
 // A refusal is a caller's programming error (it holds addresses across a move): report it once
 // here and answer the code.
 int32_t ElementSpace::Refuse(int line) const {
@@ -34,10 +40,11 @@ int32_t ElementSpace::Refuse(int line) const {
 int32_t ElementSpace::Grow(int32_t n) {
   size_t old = slots_.size();
   if (size_t(n) < old) return 0;
+  if (n > maxNumber_) return kLmNoNumber;
   try {
     if (size_t(n) / 64 >= freeBits_.size()) freeBits_.resize(size_t(n) / 64 + 1, 0);
     if (size_t(n) >= slots_.capacity()) {
-      size_t want = std::min<size_t>(size_t(n) + size_t(tableStep_), size_t(kLmMaxNumber) + 1);
+      size_t want = std::min<size_t>(size_t(n) + size_t(tableStep_), size_t(maxNumber_) + 1);
       slots_.reserve(std::max(want, 2 * slots_.capacity()));
       marks_.reserve(slots_.capacity());
     }
@@ -55,11 +62,13 @@ int32_t ElementSpace::Grow(int32_t n) {
   return 0;
 }
 
-// Takes count numbers, each the lowest free one at its turn; answers how many it took, fewer
-// only when the table cannot grow. The scan starts at the lowest word that may hold a free
-// number, which moves up as numbers are taken, so filling a space takes each in constant time.
-int32_t ElementSpace::TakeNumbers(int32_t count, int32_t* numbers) {
-  int32_t taken = 0;
+// Takes count numbers, each the lowest free one at its turn; answers 0, or when the table cannot
+// grow far enough kLmNoNumber (the ceiling) or kLmNoMemory, with the numbers it took in *taken.
+// The scan starts at the lowest word that may hold a free number, which moves up as numbers are
+// taken, so filling a space takes each in constant time.
+int32_t ElementSpace::TakeNumbers(int32_t count, int32_t* numbers, int32_t* took) {
+  int32_t& taken = *took;
+  taken = 0;
   for (; freeLow_ < freeBits_.size(); ++freeLow_) {
     uint64_t& word = freeBits_[freeLow_];
     while (word && taken < count) {
@@ -67,27 +76,29 @@ int32_t ElementSpace::TakeNumbers(int32_t count, int32_t* numbers) {
       word &= word - 1;
       if (!slots_[n].at) numbers[taken++] = int32_t(n);
     }
-    if (taken == count) return taken;
+    if (taken == count) return 0;
   }
   // The rest lie past the top, the common case when a space is being filled.
   size_t first = slots_.size();
-  size_t end = std::min(first + size_t(count - taken), size_t(kLmMaxNumber) + 1);
-  try {
-    if ((end - 1) / 64 >= freeBits_.size()) freeBits_.resize((end - 1) / 64 + 1, 0);
-    if (end > slots_.capacity()) {
-      size_t want = std::max(first + size_t(tableStep_), 2 * slots_.capacity());
-      slots_.reserve(std::min(std::max(want, end), size_t(kLmMaxNumber) + 1));
+  size_t end = std::min(first + size_t(count - taken), size_t(maxNumber_) + 1);
+  if (end > first) {
+    try {
+      if ((end - 1) / 64 >= freeBits_.size()) freeBits_.resize((end - 1) / 64 + 1, 0);
+      if (end > slots_.capacity()) {
+        size_t want = std::max(first + size_t(tableStep_), 2 * slots_.capacity());
+        slots_.reserve(std::min(std::max(want, end), size_t(maxNumber_) + 1));
+      }
+      if (end > marks_.capacity()) marks_.reserve(slots_.capacity());
+      slots_.resize(end);
+      marks_.resize(end, 0);
+    } catch (const std::bad_alloc&) {
+      slots_.resize(first);
+      marks_.resize(first);
+      return kLmNoMemory;
     }
-    if (end > marks_.capacity()) marks_.reserve(slots_.capacity());
-    slots_.resize(end);
-    marks_.resize(end, 0);
-  } catch (const std::bad_alloc&) {
-    slots_.resize(first);
-    marks_.resize(first);
-    return taken;
   }
   for (size_t n = first; n < end; ++n) numbers[taken++] = int32_t(n);
-  return taken;
+  return taken == count ? 0 : kLmNoNumber;
 }
 
 // Drops free slots at the top so that the last slot is live, and their free bits with them.
@@ -109,6 +120,8 @@ void ElementSpace::RebuildFreeNumbers() {
 }
 
 void ElementSpace::Free(int32_t n) {
+  NoteSlot(size_t(n));
+  ++sinceFreed_;
   Slot& s = slots_[size_t(n)];
   Release(s.at, s.size, s.flags & kLargeBit);
   --live_;
@@ -124,6 +137,7 @@ int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
   if (n <= 0 || n > kLmMaxNumber) return kLmBadNumber;
   if (size < 0 || size > kLmMaxSize) return kLmBadSize;
   if (size_t(n) >= slots_.size() || !slots_[size_t(n)].at) {
+    if (n > maxNumber_) return kLmNoNumber;
     uint32_t large = 0;
     uint8_t* at = Store(size, &large);
     if (!at) return kLmNoMemory;
@@ -132,6 +146,7 @@ int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
       Release(at, size, large);
       return r;
     }
+    NoteSlot(size_t(n));
     std::memset(at, 0, size_t(size));
     slots_[size_t(n)] = Slot{at, size, large};
     marks_[size_t(n)] = kUnmarked;
@@ -149,17 +164,24 @@ int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
   int64_t room = large ? LargeCap(s.at) : (int64_t(old) + 7) & ~int64_t(7);
   if (size == 0) {
     // Zero bytes need no block; dropping it moves nothing anyone can read.
+    NoteSlot(size_t(n));
     Release(s.at, old, large);
     s.at = Store(0, &large);
     s.flags = 0;
   } else if (size <= room && (large || old > 0)) {
     // The block already holds the new size: no move. A small block gives back its cut tail.
+    NoteSlot(size_t(n));
     if (size > old) {
       std::memset(s.at + old, 0, size_t(size - old));
     } else {
       if (flags_ & kLmScrub) std::memset(s.at + size, 0xDB, size_t(old - size));
       size_t keep = (size_t(size) + 7) & ~size_t(7);
-      if (!large) ReleaseTail(s.at + keep, size_t(room) - keep);
+      if (!large) {
+        ReleaseTail(s.at + keep, size_t(room) - keep);
+        smallUsed_ -= room - int64_t(keep);
+      } else {
+        roomyLarge_ = true;
+      }
     }
   } else {
     // An element of 0 bytes has nothing anyone could hold, so it may grow while locked.
@@ -167,6 +189,7 @@ int32_t ElementSpace::LmSetAssert(int32_t n, int32_t size) {
     uint32_t newLarge = 0;
     uint8_t* at = Store(size, &newLarge);
     if (!at) return kLmNoMemory;
+    NoteSlot(size_t(n));
     std::memcpy(at, s.at, size_t(std::min(old, size)));
     if (size > old) std::memset(at + old, 0, size_t(size - old));
     Release(s.at, old, large);
@@ -188,11 +211,12 @@ int32_t ElementSpace::LmAddAssert(int32_t size, const void* source) {
     std::memcpy(at, source, size_t(size));
   else
     std::memset(at, 0, size_t(size));
-  int32_t n;
-  if (TakeNumbers(1, &n) == 0) {
+  int32_t n, took;
+  if (int32_t r = TakeNumbers(1, &n, &took); r != 0) {
     Release(at, size, large);
-    return kLmNoMemory;
+    return r;
   }
+  NoteSlot(size_t(n));
   slots_[size_t(n)] = Slot{at, size, large};
   marks_[size_t(n)] = kUnmarked;
   ++live_;
@@ -209,8 +233,8 @@ int32_t ElementSpace::LmAddMany(int32_t count, const int32_t* sizes, int32_t* nu
   if (largest > uint32_t(kLmMaxSize)) return kLmBadSize;
   // Numbers touch only the table and blocks only the heap, so taking every number first places
   // each element where a run of single adds would.
-  int32_t taken = TakeNumbers(count, numbers), stored = 0;
-  int32_t r = taken < count ? kLmNoMemory : 0;
+  int32_t taken = 0, stored = 0;
+  int32_t r = TakeNumbers(count, numbers, &taken);
   for (; r == 0 && stored < count; ++stored) {
     int32_t size = sizes[stored];
     uint32_t large = 0;
@@ -218,12 +242,16 @@ int32_t ElementSpace::LmAddMany(int32_t count, const int32_t* sizes, int32_t* nu
     if (size > 0 && size <= kLmSmallMax) {
       FreeBlock*& head = freeBlocks_[(size_t(size) + 7) / 8];
       p = reinterpret_cast<uint8_t*>(head);
-      if (head) head = head->next;
+      if (head) {
+        head = head->next;
+        smallUsed_ += (int64_t(size) + 7) & ~int64_t(7);
+      }
     }
     if (!p && !(p = Store(size, &large))) {
       r = kLmNoMemory;
       break;
     }
+    NoteSlot(size_t(numbers[stored]));
     slots_[size_t(numbers[stored])] = Slot{p, size, large};
     at[stored] = p;
   }
@@ -273,6 +301,9 @@ int32_t ElementSpace::LmSwap(int32_t a, int32_t b) {
   if (r != 0) return r;
   if (a == b) return 0;
   if (lockDepth_ > 0) return Refuse(__LINE__);
+  NoteSlot(size_t(a));
+  NoteSlot(size_t(b));
+  ++sinceFreed_;
   // Marks stay with the numbers; the storage and its kind go with the contents.
   Slot& x = slots_[size_t(a)];
   Slot& y = slots_[size_t(b)];
@@ -307,6 +338,7 @@ int32_t ElementSpace::LmCollect() {
   for (size_t n = slots_.size() - 1; n >= 1; --n) {
     Slot& s = slots_[n];
     if (!s.at || marks_[n] == epoch_) continue;
+    NoteSlot(n);
     Release(s.at, s.size, s.flags & kLargeBit);
     marks_[n] = 0;
     --live_;
@@ -319,6 +351,7 @@ int32_t ElementSpace::LmCollect() {
     TrimTable();
     RebuildFreeNumbers();
   }
+  sinceFreed_ += freed;
   return freed;
 }
 

@@ -42,6 +42,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -60,10 +61,15 @@ constexpr int32_t kLmNotLocked = -624;  // LmUnlock without a matching LmLock
 constexpr int32_t kLmNoMemory = -625;   // the heap could not supply the bytes
 constexpr int32_t kLmDamaged = -626;    // LmValid/LmRepair: the space is not sound
 constexpr int32_t kLmTaken = -627;      // LmLoad: the number is already live
+constexpr int32_t kLmNoNumber = -628;   // every number the space may give is taken
 
-constexpr int32_t kLmMaxNumber = 1 << 24;  // numbers are 1..kLmMaxNumber
-constexpr int32_t kLmMaxSize = 1 << 30;    // bytes per element
-constexpr int32_t kLmSmallMax = 512;       // larger elements get a block of their own
+// Numbers are 1..kLmMaxNumber. The limit is the number table's: its size (LmCount + 1) is a
+// 32-bit count, and the hand-over writes a removed number as its negative. The table costs 17
+// bytes per number and the records beside it 3 bits (docs/foundation.md), so memory runs out
+// long before the numbers do; LmSetCeiling sets a lower limit of numbers or heap bytes.
+constexpr int32_t kLmMaxNumber = INT32_MAX - 1;
+constexpr int32_t kLmMaxSize = 1 << 30;  // bytes per element
+constexpr int32_t kLmSmallMax = 512;     // larger elements get a block of their own
 
 // LmSetParms flags.
 constexpr int32_t kLmScrub = 1;  // freed and cut-off bytes are overwritten with 0xDB
@@ -92,6 +98,13 @@ class ElementSpace {
 
   // Changes the parameters of the constructor; answers 0.
   int32_t LmSetParms(int32_t tableStep, int32_t flags);
+  // Limits the space to `numbers` numbers (at most kLmMaxNumber) and `heapBytes` bytes of heap
+  // (LmHeapBytes; 0 for no limit of its own): past them new elements and growth are refused with
+  // kLmNoNumber and kLmNoMemory, as when the table or the system's memory runs out. For hosts
+  // that cap a store, and for tests of what every writer does at a limit. Answers 0.
+  int32_t LmSetCeiling(int32_t numbers, int64_t heapBytes);
+  int32_t LmMaxNumber() const { return maxNumber_; }
+  int64_t LmMaxHeap() const { return maxHeap_; }
 
   // --- Elements ----------------------------------------------------------------------------
   // Creates element n, or resizes it, to size bytes; bytes up to the old size keep their value,
@@ -139,7 +152,10 @@ class ElementSpace {
   inline void LmPrefetch(int32_t n, bool bytes) const;
 
   // --- Heap ----------------------------------------------------------------------------------
-  // Packs every small element into fresh chunks in number order. Answers 0 or kLmLocked.
+  // Packs every small element into fresh chunks in number order, when freed blocks have grown to
+  // an eighth of the chunks (or a large block holds more than its element): a heap with less
+  // slack is left as it is, so that a compress costs in proportion to what was freed. Answers 0,
+  // kLmLocked or kLmNoMemory.
   int32_t LmCompress();
   // Pins every element until the matching LmUnlock. Both answer 0 (LmUnlock: kLmNotLocked
   // when the space is not locked, reported through Debug).
@@ -150,14 +166,17 @@ class ElementSpace {
   // --- Soundness -----------------------------------------------------------------------------
   // The quick test a collector runs around every collection: kLmDamaged when a load fault was
   // recorded or the number table disagrees with itself or the totals (invariants 1, 2, 7, 8, 9
-  // and the sizes and kinds of 3), else 0. One pass over the table, no allocation, no heap read;
-  // where blocks lie (3, 4, 6) and the free-number bits (5) are LmCheck's. Never damaged where
-  // LmCheck finds nothing.
+  // and the sizes and kinds of 3), else 0. The first call passes over the whole table; later
+  // ones look again only at the slots changed since the last call that found the space sound
+  // (each change notes the slot as it was, so the totals follow too), so a collection after a
+  // few changes pays for those. No heap read; where blocks lie (3, 4, 6) and the free-number bits
+  // (5) are LmCheck's. Never damaged where LmCheck finds nothing.
   int32_t LmValid() const;
   // Rebuilds what bookkeeping can be rebuilt (free-number bits, free lists, table end, marks);
   // answers 0 when every invariant then holds (LmCheck finds nothing), else kLmDamaged.
   int32_t LmRepair();
-  // Every invariant violation, one line each, naming the invariant's number.
+  // Every invariant violation, one line each, naming the invariant's number. Linear in the
+  // elements: blocks are laid on a bitmap of their chunks rather than sorted.
   std::vector<std::string> LmCheck() const;
   // A readable picture: totals, then up to `limit` elements with size, mark and first bytes.
   std::string LmDump(int32_t limit = 64) const;
@@ -184,8 +203,19 @@ class ElementSpace {
   // next touch, which takes its sum; from then on it is compared by content.
   LmDelta LmChanges();
   void LmHandedOver();
-  // Element n's bytes were (or may have been) written through its address. Cheap: a bit test.
+  // Element n's bytes were (or may have been) written through its address. Cheap: two bit tests.
   inline void LmTouch(int32_t n);
+
+  // --- The collector's record ----------------------------------------------------------------
+  // Beside the hand-over's record the space keeps one for a collector: the numbers touched (by
+  // the space's own operations or LmTouch, as above) since LmSinceReset, and how many elements
+  // were freed (LmRemove, LmCollect) or swapped since. A collector that knew the space at the
+  // reset looks at those alone.
+  void LmSinceReset();
+  // The numbers touched since the reset (unordered, each once), or false when more were touched
+  // than the record lists (a 16th of the numbers, at least 4096) or its memory ran out.
+  bool LmSinceTouched(std::vector<int32_t>* out) const;
+  int64_t LmSinceFreed() const { return sinceFreed_; }
   // A 64-bit sum of bytes, and of element n's bytes (0 when n is not live).
   static uint64_t LmSum(const void* bytes, int32_t size);
   uint64_t LmSumOf(int32_t n) const;
@@ -228,8 +258,28 @@ class ElementSpace {
   static constexpr uint32_t kLargeBit = 1;
   static uint8_t emptyBlock_[16];  // the address of every element of 0 bytes
 
+  // A record of touched numbers: a bit per number and, while few are set, the list of those
+  // numbers. Once the list would hold more than `perWord` numbers per bit word, or `floor`, it is
+  // dropped and the bits alone are kept (`dense`): the record never costs more than a bit per
+  // number and a short list. When memory for the bits ran out, `all` says that any number may be
+  // touched.
+  struct TouchLog {
+    TouchLog(size_t perWord, size_t floor) : perWord(perWord), floor(floor) {}
+    std::vector<uint64_t> bits;
+    std::vector<int32_t> list;
+    size_t perWord, floor;
+    bool dense = false;
+    bool all = false;
+    bool Has(size_t n) const {
+      size_t w = n >> 6;
+      return w < bits.size() && (bits[w] >> (n & 63) & 1);
+    }
+    void Add(int32_t n);
+    void Clear();
+  };
+
   int32_t Reach(int32_t n) const;  // 0, kLmBadNumber or kLmNotLive
-  int32_t TakeNumbers(int32_t count, int32_t* numbers);
+  int32_t TakeNumbers(int32_t count, int32_t* numbers, int32_t* took);
   int32_t Grow(int32_t n);
   uint8_t* StoreSmall(int32_t size);
   int32_t ReserveChunk(int64_t bytes);
@@ -259,6 +309,8 @@ class ElementSpace {
   int32_t tableStep_;
   int32_t flags_;
   int32_t lockDepth_ = 0;
+  int32_t maxNumber_ = kLmMaxNumber;  // LmSetCeiling
+  int64_t maxHeap_ = 0;               // 0: no limit but the system's
 
   std::vector<Chunk> chunks_;  // the last one is the one bump_ allocates from
   uint8_t* bump_ = nullptr;
@@ -266,24 +318,57 @@ class ElementSpace {
   int64_t chunkBytes_ = 0;
   std::vector<FreeBlock*> freeBlocks_;  // per size class: block bytes / 8
   int64_t largeBytes_ = 0;
+  // Bytes of chunk blocks that hold live elements: the rest of the chunks is slack (free blocks
+  // and the bump area), which LmCompress weighs. roomyLarge_: a large element shrank in place.
+  int64_t smallUsed_ = 0;
+  bool roomyLarge_ = false;
+  bool HeapRoom(int64_t bytes) const { return maxHeap_ == 0 || LmHeapBytes() + bytes <= maxHeap_; }
+
+  // What LmValid knows: after a call that found the space sound, the table's totals then and,
+  // for each slot changed since, what it was before its first change (size -1: free). The slot
+  // is noted before every change the space makes to it; past a few thousand notes, or an eighth
+  // of the table, or after a compress or repair, the next call passes over the whole table.
+  struct SlotWas {
+    int32_t n;
+    int32_t size;
+  };
+  mutable std::vector<uint64_t> validBits_;
+  mutable std::vector<SlotWas> validLog_;
+  mutable bool validAll_ = true;
+  mutable int64_t validLive_ = 0, validBytes_ = 0;
+  inline void NoteSlot(size_t n);
+  void NoteSlotSlow(size_t n);
+  void ForgetNotes() const;
+  int32_t ValidAll() const;
 
   // What each number was at the last hand-over: its sum in handed_ (0: not handed over), or a
   // bit in unsummed_ when it was handed over (as added, or by a load) without its sum, so that its
   // next touch counts as a change. Most elements of a large space are never touched again after
-  // they are saved or loaded: they cost a bit, not a sum.
-  std::vector<uint64_t> handed_;
+  // they are saved or loaded: they cost a bit, not a sum. The sums lie in pages of 1024 numbers
+  // made when a number in them is first summed, so that the first save after a load, which sums
+  // the hundred elements it changed, does not clear a table of sums for every number.
+  struct SumPages {
+    static constexpr int kShift = 10;
+    std::vector<std::unique_ptr<uint64_t[]>> pages;
+    size_t end() const { return pages.size() << kShift; }  // no sum at or above
+    uint64_t Get(size_t n) const {
+      size_t p = n >> kShift;
+      return p < pages.size() && pages[p] ? pages[p][n & ((1u << kShift) - 1)] : 0;
+    }
+    void Set(size_t n, uint64_t sum);  // may throw std::bad_alloc
+    void Trim(size_t numbers);         // forgets the pages past `numbers`
+    size_t Bytes() const;
+  };
+  SumPages handed_;
   std::vector<uint64_t> unsummed_;
   uint64_t HandedOf(size_t n) const;  // a sum, kUnsummed or 0
   void SetHanded(size_t n, uint64_t kept);
-  // The touched record: a bit per number, and while few are set the list of those numbers. Once
-  // the list would hold more than one number per bit word, or 64 (touchedDense_), it is dropped
-  // and the bits alone are walked: the record never costs more than a bit per number and a short
-  // list.
-  // When memory for the bits ran out, touchedAll_ makes the next hand-over compare every number.
-  std::vector<uint64_t> touchedBits_;
-  std::vector<int32_t> touched_;
-  bool touchedDense_ = false;
-  bool touchedAll_ = false;
+  // The hand-over's record of touched numbers (all: the next hand-over compares every number),
+  // listing up to a 64th of the numbers; and the collector's, listing up to a 16th (it looks at
+  // each one it lists, and past that at everything).
+  TouchLog touched_{1, 64};
+  TouchLog since_{4, 4096};
+  int64_t sinceFreed_ = 0;
   void TouchSlow(int32_t n);
   template <typename Visit>
   void ForTouched(Visit visit);
@@ -320,9 +405,13 @@ inline int32_t ElementSpace::LmSize(int32_t n) const {
 inline int32_t ElementSpace::LmTest(int32_t n) const { return Reach(n); }
 
 inline void ElementSpace::LmTouch(int32_t n) {
-  size_t w = size_t(uint32_t(n)) >> 6;
-  if (w < touchedBits_.size() && (touchedBits_[w] >> (n & 63) & 1)) return;
+  if (touched_.Has(size_t(uint32_t(n))) && since_.Has(size_t(uint32_t(n)))) return;
   TouchSlow(n);
+}
+
+inline void ElementSpace::NoteSlot(size_t n) {
+  if (validAll_ || (n >> 6 < validBits_.size() && (validBits_[n >> 6] >> (n & 63) & 1))) return;
+  NoteSlotSlow(n);
 }
 
 inline int32_t ElementSpace::LmMark(int32_t n) {

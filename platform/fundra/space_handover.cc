@@ -71,42 +71,74 @@ uint64_t ElementSpace::LmSpaceSum() const {
   return total;
 }
 
-void ElementSpace::TouchSlow(int32_t n) {
-  if (n <= 0 || n > kLmMaxNumber) return;
+void ElementSpace::TouchLog::Add(int32_t n) {
+  if (Has(size_t(n))) return;
   size_t w = size_t(n) >> 6;
   try {
-    if (w >= touchedBits_.size()) touchedBits_.resize(std::max(w + 1, 2 * touchedBits_.size()), 0);
+    if (w >= bits.size()) bits.resize(std::max(w + 1, 2 * bits.size()), 0);
   } catch (const std::bad_alloc&) {
-    touchedAll_ = true;  // the record is incomplete: compare everything at the next hand-over
+    all = true;  // the record is incomplete: its reader must take every number as touched
     return;
   }
-  touchedBits_[w] |= uint64_t(1) << (n & 63);
-  if (touchedDense_) return;
-  if (touched_.size() < std::max<size_t>(touchedBits_.size(), 64)) {
+  bits[w] |= uint64_t(1) << (n & 63);
+  if (dense) return;
+  if (list.size() < std::max(bits.size() * perWord, floor)) {
     try {
-      touched_.push_back(n);
+      list.push_back(n);
       return;
     } catch (const std::bad_alloc&) {
     }
   }
-  touchedDense_ = true;
-  std::vector<int32_t>().swap(touched_);
+  dense = true;
+  std::vector<int32_t>().swap(list);
+}
+
+void ElementSpace::TouchLog::Clear() {
+  if (dense)
+    std::fill(bits.begin(), bits.end(), 0);
+  else
+    for (int32_t n : list) bits[size_t(n) >> 6] = 0;
+  list.clear();
+  dense = false;
+  all = false;
+}
+
+void ElementSpace::TouchSlow(int32_t n) {
+  if (n <= 0 || n > kLmMaxNumber) return;
+  touched_.Add(n);
+  since_.Add(n);
+}
+
+void ElementSpace::LmSinceReset() {
+  since_.Clear();
+  sinceFreed_ = 0;
+}
+
+bool ElementSpace::LmSinceTouched(std::vector<int32_t>* out) const {
+  out->clear();
+  if (since_.all || since_.dense) return false;
+  try {
+    out->assign(since_.list.begin(), since_.list.end());
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
 }
 
 // Calls visit(n) for every touched number, ascending: from the bits when they are dense, else
 // from the sorted list.
 template <typename Visit>
 void ElementSpace::ForTouched(Visit visit) {
-  if (touchedAll_) {
-    size_t end = std::max({handed_.size(), slots_.size(), unsummed_.size() * 64});
+  if (touched_.all) {
+    size_t end = std::max({handed_.end(), slots_.size(), unsummed_.size() * 64});
     for (size_t n = 1; n < end; ++n) visit(n);
-  } else if (touchedDense_) {
-    for (size_t w = 0; w < touchedBits_.size(); ++w)
-      for (uint64_t bits = touchedBits_[w]; bits; bits &= bits - 1)
+  } else if (touched_.dense) {
+    for (size_t w = 0; w < touched_.bits.size(); ++w)
+      for (uint64_t bits = touched_.bits[w]; bits; bits &= bits - 1)
         visit(w * 64 + size_t(__builtin_ctzll(bits)));
   } else {
-    std::sort(touched_.begin(), touched_.end());
-    for (int32_t n : touched_) visit(size_t(n));
+    std::sort(touched_.list.begin(), touched_.list.end());
+    for (int32_t n : touched_.list) visit(size_t(n));
   }
 }
 
@@ -116,9 +148,9 @@ LmDelta ElementSpace::LmChanges() {
   pendingSums_.clear();
   // Most touched numbers of a big hand-over are new: room for all of them up front saves the
   // copies and fresh pages of growing one by one.
-  if (touchedDense_ && !touchedAll_) {
+  if (touched_.dense && !touched_.all) {
     size_t touched = 0;
-    for (uint64_t bits : touchedBits_) touched += size_t(__builtin_popcountll(bits));
+    for (uint64_t bits : touched_.bits) touched += size_t(__builtin_popcountll(bits));
     d.added.reserve(touched);
     pendingMarks_.reserve(touched);
   }
@@ -148,11 +180,10 @@ LmDelta ElementSpace::LmChanges() {
 
 #ifdef ZOVE_CHECKED
 void ElementSpace::AuditUntouched() const {
-  if (touchedAll_) return;
-  size_t end = std::max({handed_.size(), slots_.size(), unsummed_.size() * 64});
+  if (touched_.all) return;
+  size_t end = std::max({handed_.end(), slots_.size(), unsummed_.size() * 64});
   for (size_t n = 1; n < end; ++n) {
-    size_t w = n >> 6;
-    if (w < touchedBits_.size() && (touchedBits_[w] >> (n & 63) & 1)) continue;
+    if (touched_.Has(n)) continue;
     uint64_t was = HandedOf(n);
     if (was == kUnsummed && n < auditSums_.size()) was = auditSums_[n];
     bool live = n < slots_.size() && slots_[n].at;
@@ -182,28 +213,22 @@ void ElementSpace::LmHandedOver() {
   }
   for (const auto& [n, sum] : pendingSums_) SetHanded(size_t(n), sum);
   // Numbers above the table were handed over as removed: nothing to remember for them.
-  if (handed_.size() > slots_.size()) handed_.resize(slots_.size());
+  handed_.Trim(slots_.size());
   if (unsummed_.size() > slots_.size() / 64 + 1) unsummed_.resize(slots_.size() / 64 + 1);
   std::vector<int32_t>().swap(pendingMarks_);
   std::vector<std::pair<int32_t, uint64_t>>().swap(pendingSums_);
   pendingValid_ = false;
   // Addresses may be held across a save while the space is locked: keep their numbers touched.
   if (lockDepth_ > 0) return;
-  if (touchedDense_)
-    std::fill(touchedBits_.begin(), touchedBits_.end(), 0);
-  else
-    for (int32_t n : touched_) touchedBits_[size_t(n) >> 6] = 0;
-  touched_.clear();
-  touchedDense_ = false;
-  touchedAll_ = false;
+  touched_.Clear();
 }
 
 int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size) {
   // Built only on a refusal: a file load calls this once per element.
   auto where = [n] { return "load of element " + std::to_string(n) + ": "; };
-  if (n <= 0 || n > kLmMaxNumber) {
+  if (n <= 0 || n > maxNumber_) {
     loadFaults_.push_back(where() + "no such number");
-    return kLmBadNumber;
+    return n <= 0 || n > kLmMaxNumber ? kLmBadNumber : kLmNoNumber;
   }
   if (size < 0 || size > kLmMaxSize || (size > 0 && !bytes)) {
     loadFaults_.push_back(where() + "bad size " + std::to_string(size));
@@ -223,6 +248,7 @@ int32_t ElementSpace::LmLoad(int32_t n, const void* bytes, int32_t size) {
     return r;
   }
   if (size > 0) std::memcpy(at, bytes, size_t(size));
+  NoteSlot(size_t(n));
   slots_[size_t(n)] = Slot{at, size, large};
   marks_[size_t(n)] = kUnmarked;
   ++live_;
@@ -257,7 +283,7 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
   bool plain = count > 0;
   for (int32_t i = 0; i < count && plain; ++i) {
     const LmPart& p = parts[i];
-    plain = p.number > top && p.number <= kLmMaxNumber && p.size >= 0 && p.size <= kLmMaxSize &&
+    plain = p.number > top && p.number <= maxNumber_ && p.size >= 0 && p.size <= kLmMaxSize &&
             (size_t(p.number) >= slots_.size() || !slots_[size_t(p.number)].at);
     top = p.number;
   }
@@ -290,6 +316,7 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
         !freeBlocks_[block / 8]) {
       at = bump_;
       bump_ += block;
+      smallUsed_ += int64_t(block);
     } else {
       at = Store(size, &large);
       if (!at) {
@@ -300,10 +327,11 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
       }
     }
     if (size > 0) std::memcpy(at, bytes, size_t(size));
+    NoteSlot(size_t(n));
     slots_[size_t(n)] = Slot{at, size, large};
     marks_[size_t(n)] = kUnmarked;
     unsummed_[size_t(n) >> 6] |= uint64_t(1) << (n & 63);
-    if (size_t(n) < handed_.size()) handed_[size_t(n)] = 0;
+    if (handed_.Get(size_t(n))) handed_.Set(size_t(n), 0);
 #ifdef ZOVE_CHECKED
     AuditSum(n, LmSum(bytes, size));
 #endif
@@ -314,9 +342,28 @@ int32_t ElementSpace::LmLoadMany(const LmPart* parts, int32_t count, const uint8
   return 0;
 }
 
+void ElementSpace::SumPages::Set(size_t n, uint64_t sum) {
+  size_t p = n >> kShift;
+  if (p >= pages.size()) pages.resize(p + 1);
+  if (!pages[p]) pages[p].reset(new uint64_t[size_t(1) << kShift]());
+  pages[p][n & ((1u << kShift) - 1)] = sum;
+}
+
+void ElementSpace::SumPages::Trim(size_t numbers) {
+  size_t keep = (numbers + (size_t(1) << kShift) - 1) >> kShift;
+  if (pages.size() > keep) pages.resize(keep);
+}
+
+size_t ElementSpace::SumPages::Bytes() const {
+  size_t bytes = pages.capacity() * sizeof(pages[0]);
+  for (const auto& p : pages)
+    if (p) bytes += sizeof(uint64_t) << kShift;
+  return bytes;
+}
+
 uint64_t ElementSpace::HandedOf(size_t n) const {
   if (n >> 6 < unsummed_.size() && (unsummed_[n >> 6] >> (n & 63) & 1)) return kUnsummed;
-  return n < handed_.size() ? handed_[n] : 0;
+  return handed_.Get(n);
 }
 
 // Without room to remember it, an element is simply handed over again as added.
@@ -325,18 +372,17 @@ void ElementSpace::SetHanded(size_t n, uint64_t kept) {
     if (kept == kUnsummed) {
       if (unsummed_.size() <= n >> 6) unsummed_.resize((n >> 6) + 1, 0);
       unsummed_[n >> 6] |= uint64_t(1) << (n & 63);
-      if (n < handed_.size()) handed_[n] = 0;
+      if (handed_.Get(n)) handed_.Set(n, 0);
       return;
     }
     if (n >> 6 < unsummed_.size()) unsummed_[n >> 6] &= ~(uint64_t(1) << (n & 63));
-    if (kept != 0 && handed_.size() <= n) handed_.resize(n + 1, 0);
-    if (n < handed_.size()) handed_[n] = kept;
+    if (kept != 0 || handed_.Get(n)) handed_.Set(n, kept);
   } catch (const std::bad_alloc&) {
   }
 }
 
 int32_t ElementSpace::LmReserve(int32_t numbers, int64_t bytes) {
-  size_t want = size_t(std::clamp(numbers, 0, kLmMaxNumber)) + 1;
+  size_t want = size_t(std::clamp(numbers, 0, maxNumber_)) + 1;
   try {
     slots_.reserve(want);
     marks_.reserve(want);

@@ -71,6 +71,7 @@ uint8_t* ElementSpace::StoreSmall(int32_t size) {
 int32_t ElementSpace::ReserveChunk(int64_t bytes) {
   if (bytes <= bumpEnd_ - bump_) return 0;
   int64_t want = (std::max(bytes, kFirstChunk) + 7) & ~int64_t(7);
+  if (!HeapRoom(want)) return kLmNoMemory;
   uint8_t* base = static_cast<uint8_t*>(HugeAlloc(size_t(want)));
   if (!base) return kLmNoMemory;
   try {
@@ -89,7 +90,12 @@ int32_t ElementSpace::ReserveChunk(int64_t bytes) {
 uint8_t* ElementSpace::Store(int32_t size, uint32_t* largeBit) {
   *largeBit = 0;
   if (size == 0) return emptyBlock_;
-  if (size <= kLmSmallMax) return StoreSmall(size);
+  if (size <= kLmSmallMax) {
+    uint8_t* at = StoreSmall(size);
+    if (at) smallUsed_ += int64_t(BlockBytes(size));
+    return at;
+  }
+  if (!HeapRoom(int64_t(kLargePrefix) + size)) return nullptr;
   uint8_t* block = static_cast<uint8_t*>(std::malloc(kLargePrefix + size_t(size)));
   if (!block) return nullptr;
   int64_t cap = size;
@@ -109,10 +115,20 @@ void ElementSpace::Release(uint8_t* at, int32_t size, uint32_t largeBit) {
   size_t bytes = BlockBytes(size);
   if (flags_ & kLmScrub) std::memset(at, 0xDB, bytes);
   ReleaseTail(at, bytes);
+  smallUsed_ -= int64_t(bytes);
 }
 
 int32_t ElementSpace::LmCompress() {
   if (lockDepth_ > 0) return Refuse(__LINE__);
+  // Slack is what freeing left in the chunks; the untouched rest of the bump area is no slack
+  // (it is not even resident yet). Below an eighth of the chunks, packing would copy the whole
+  // heap to win back little: a save after a few changes would cost a pass over every element.
+  // Waiting until an eighth is free makes each pack cost at most eight bytes copied per byte
+  // freed since the last.
+  int64_t slack = chunkBytes_ - smallUsed_ - (bumpEnd_ - bump_);
+  if (slack * 8 < chunkBytes_ && !roomyLarge_) return 0;
+  validAll_ = true;
+  roomyLarge_ = false;
   // Large blocks first: trim the ones that grew roomy, and count the ones that shrank into the
   // small range with the small elements.
   size_t total = 0;
@@ -132,6 +148,7 @@ int32_t ElementSpace::LmCompress() {
   }
   uint8_t* base = nullptr;
   if (total > 0) {
+    if (!HeapRoom(int64_t(total))) return kLmNoMemory;
     base = static_cast<uint8_t*>(HugeAlloc(total));
     if (!base) return kLmNoMemory;
     try {
@@ -163,6 +180,7 @@ int32_t ElementSpace::LmCompress() {
   freeBits_.shrink_to_fit();
   std::fill(freeBlocks_.begin(), freeBlocks_.end(), nullptr);
   chunkBytes_ = int64_t(total);
+  smallUsed_ = int64_t(total);
   bump_ = bumpEnd_ = nullptr;
   if (base) {
     chunks_.push_back(Chunk{base, total});
@@ -174,12 +192,15 @@ int32_t ElementSpace::LmCompress() {
 int64_t ElementSpace::LmHeapBytes() const { return chunkBytes_ + largeBytes_; }
 
 int64_t ElementSpace::LmTableBytes() const {
-  return int64_t(
-      slots_.capacity() * sizeof(Slot) + marks_.capacity() +
-      freeBits_.capacity() * sizeof(uint64_t) + handed_.capacity() * sizeof(uint64_t) +
-      unsummed_.capacity() * sizeof(uint64_t) + pendingMarks_.capacity() * sizeof(int32_t) +
-      pendingSums_.capacity() * sizeof(pendingSums_[0]) +
-      touchedBits_.capacity() * sizeof(uint64_t) + touched_.capacity() * sizeof(int32_t));
+  return int64_t(slots_.capacity() * sizeof(Slot) + marks_.capacity() +
+                 freeBits_.capacity() * sizeof(uint64_t) + handed_.Bytes() +
+                 unsummed_.capacity() * sizeof(uint64_t) +
+                 pendingMarks_.capacity() * sizeof(int32_t) +
+                 pendingSums_.capacity() * sizeof(pendingSums_[0]) +
+                 (touched_.bits.capacity() + since_.bits.capacity() + validBits_.capacity()) *
+                     sizeof(uint64_t) +
+                 (touched_.list.capacity() + since_.list.capacity()) * sizeof(int32_t) +
+                 validLog_.capacity() * sizeof(SlotWas));
 }
 
 }  // namespace fundra

@@ -2,6 +2,7 @@
 #include "platform/storefile/database.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -349,6 +350,12 @@ int32_t StoreDb::load(fundra::ElementSpace* space, std::vector<uint64_t>* segChe
   }
   if (r && !why.empty()) DebugLogf(kVhdLogLevel, "vhdLoad: %s: %s", path_.c_str(), why.c_str());
   sqlite3_exec(db_, "COMMIT;", nullptr, nullptr, nullptr);  // ends the read; nothing was written
+  // The load ran every page through the page cache; a save needs only the pages it changes, which
+  // the system's cache still holds. Keeping them would hold up to the cache's size (32 MiB for a
+  // writer) beside the space for as long as the file is open; the heap gives back what the cache
+  // and the load's rows held.
+  sqlite3_db_release_memory(db_);
+  malloc_trim(0);
   int viewed = 0;
   if (!r && readOnly_ &&
       sqlite3_file_control(db_, "main", kFileControlViewed, &viewed) == SQLITE_OK && viewed)

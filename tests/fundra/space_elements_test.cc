@@ -1,7 +1,9 @@
 // Element space: numbering, sizes, swap, the lock, and answers for numbers that name nothing.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "platform/fundra/debug.h"
 #include "platform/fundra/space.h"
@@ -137,6 +139,108 @@ TEST(ElementSpace, AddManyNumbersAndPlacesElementsAsARunOfSingleAddsWould) {
   EXPECT_EQ(s.LmAddMany(2, sizes.data(), numbers.data(), at.data()), kLmBadSize);
   EXPECT_EQ(s.LmLiveCount(), count);
   EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+}
+
+TEST(ElementSpace, AtItsCeilingEveryWayToMakeOrGrowAnElementAnswersTheLimitItMet) {
+  ElementSpace s(16, 0);
+  ASSERT_EQ(s.LmSetCeiling(10, 0), 0);
+  for (int32_t i = 1; i <= 10; ++i) ASSERT_EQ(s.LmAddAssert(8), i);
+  EXPECT_EQ(s.LmAddAssert(8), kLmNoNumber);
+  EXPECT_EQ(s.LmSetAssert(11, 8), kLmNoNumber);
+  EXPECT_EQ(s.LmDupeAssert(3), kLmNoNumber);
+  std::vector<int32_t> sizes = {8, 8}, numbers(2);
+  std::vector<uint8_t*> at(2);
+  EXPECT_EQ(s.LmAddMany(2, sizes.data(), numbers.data(), at.data()), kLmNoNumber);
+  // A freed number is taken again; the refused calls made nothing.
+  ASSERT_EQ(s.LmRemove(4), 0);
+  EXPECT_EQ(s.LmAddMany(1, sizes.data(), numbers.data(), at.data()), 0);
+  EXPECT_EQ(numbers[0], 4);
+  EXPECT_EQ(s.LmLiveCount(), 10);
+  // A load past the ceiling is a load fault like any number out of range.
+  ElementSpace l(16, 0);
+  l.LmSetCeiling(10, 0);
+  EXPECT_EQ(l.LmLoad(11, "abcd", 4), kLmNoNumber);
+  EXPECT_EQ(l.LmLoadFaults().size(), 1u);
+
+  // The heap's ceiling: a new chunk or large block past it is refused as the system's would be.
+  ElementSpace h(16, 0);
+  ASSERT_EQ(h.LmSetCeiling(kLmMaxNumber, 64 << 10), 0);
+  int32_t made = 0;
+  while (h.LmAddAssert(64) > 0) ++made;
+  EXPECT_GT(made, 100);
+  EXPECT_LE(h.LmHeapBytes(), 64 << 10);
+  EXPECT_EQ(h.LmAddAssert(64), kLmNoMemory);
+  EXPECT_EQ(h.LmAddAssert(100000), kLmNoMemory);
+  EXPECT_EQ(h.LmSetAssert(1, 60000), kLmNoMemory);
+  EXPECT_EQ(h.LmSize(1), 64);
+  EXPECT_TRUE(s.LmCheck().empty()) << s.LmDump();
+  EXPECT_TRUE(h.LmCheck().empty()) << h.LmDump();
+  EXPECT_EQ(h.LmValid(), 0);
+}
+
+TEST(ElementSpace, TheCollectorsRecordNamesWhatWasTouchedAndCountsWhatWasFreedSinceItsReset) {
+  ElementSpace s(16, 0);
+  for (int i = 0; i < 10; ++i) s.LmAddAssert(16);
+  s.LmSinceReset();
+  std::vector<int32_t> seen;
+  ASSERT_TRUE(s.LmSinceTouched(&seen));
+  EXPECT_TRUE(seen.empty());
+  s.LmTouch(3);
+  s.LmSetAssert(5, 40);
+  int32_t added = s.LmAddAssert(8);
+  ASSERT_TRUE(s.LmSinceTouched(&seen));
+  std::sort(seen.begin(), seen.end());
+  EXPECT_EQ(seen, (std::vector<int32_t>{3, 5, added}));
+  EXPECT_EQ(s.LmSinceFreed(), 0);
+  // A hand-over clears its own record, not the collector's.
+  s.LmChanges();
+  s.LmHandedOver();
+  ASSERT_TRUE(s.LmSinceTouched(&seen));
+  EXPECT_EQ(seen.size(), 3u);
+  s.LmRemove(2);
+  s.LmSwap(6, 7);
+  s.LmUnmark();
+  s.LmMark(1);
+  EXPECT_EQ(s.LmCollect(), 9);
+  EXPECT_EQ(s.LmSinceFreed(), 1 + 1 + 9);
+  s.LmSinceReset();
+  EXPECT_EQ(s.LmSinceFreed(), 0);
+  ASSERT_TRUE(s.LmSinceTouched(&seen));
+  EXPECT_TRUE(seen.empty());
+  // Past a 16th of the numbers (at least 4096) the record stops listing them.
+  for (int i = 0; i < 4000; ++i) s.LmAddAssert(8);
+  EXPECT_TRUE(s.LmSinceTouched(&seen));
+  EXPECT_EQ(seen.size(), 4000u);
+  for (int i = 0; i < 100; ++i) s.LmAddAssert(8);
+  EXPECT_FALSE(s.LmSinceTouched(&seen));
+}
+
+TEST(ElementSpace, ValidLooksAgainAtWhatChangedAndFollowsTheTotals) {
+  ElementSpace s(16, 0);
+  for (int i = 0; i < 5000; ++i) s.LmAddAssert(i % 7 == 0 ? 700 : 8 + i % 50);
+  EXPECT_EQ(s.LmValid(), 0);
+  // Every way a slot changes, then the quick test, which must agree with the full check.
+  for (int round = 0; round < 50; ++round) {
+    int32_t base = 1 + round * 90;
+    s.LmSetAssert(base, 0);
+    s.LmSetAssert(base + 1, 900);
+    s.LmSetAssert(base + 2, 3);
+    s.LmRemove(base + 3);
+    s.LmSwap(base + 4, base + 5);
+    s.LmAddAssert(17);
+    int32_t d = s.LmDupeAssert(base + 6);
+    s.LmSetAssert(d, 64);
+    s.LmSetAssert(s.LmCount() + 3, 12);
+    s.LmRemove(s.LmCount());
+    ASSERT_EQ(s.LmValid(), 0) << round;
+    ASSERT_TRUE(s.LmCheck().empty()) << round;
+  }
+  s.LmUnmark();
+  for (int32_t n = 1; n <= s.LmCount(); n += 2) s.LmMark(n);
+  s.LmCollect();
+  EXPECT_EQ(s.LmValid(), 0);
+  EXPECT_EQ(s.LmCompress(), 0);
+  EXPECT_EQ(s.LmValid(), 0);
 }
 
 TEST(ElementSpace, SwapExchangesContentsWhileNumbersAndMarksStay) {

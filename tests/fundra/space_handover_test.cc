@@ -221,7 +221,7 @@ TEST(ElementSpaceHandOver, DamagedPairsAreReportedByValidAndNotRepaired) {
   extra.pairs[40] = extra.pairs[2];
   loadFails(extra, "an element too many");
   Saved bad = good;
-  bad.pairs[kLmMaxNumber + 5] = bad.pairs[1];
+  bad.pairs[INT32_MAX] = bad.pairs[1];
   loadFails(bad, "a number out of range");
 
   ElementSpace r(1024, 0);

@@ -39,7 +39,10 @@ std::string Compare(const ElementSpace& s, const Model& m) {
     if (s.LmMarked(n) != int32_t(m.marked.count(n))) return "mark of " + std::to_string(n);
   }
   std::vector<std::string> faults = s.LmCheck();
-  return faults.empty() ? "" : faults.front();
+  if (!faults.empty()) return faults.front();
+  // The quick test looks again only at what changed since its last call: a change it was not
+  // told of would leave its totals behind the table's.
+  return s.LmValid() == 0 ? "" : "LmValid finds damage LmCheck does not";
 }
 
 int32_t RandomSize(std::mt19937& rng) {

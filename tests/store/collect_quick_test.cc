@@ -1,7 +1,9 @@
 // Collections with the quick mark next to collections by the depth-first walks alone, on random
-// stores: sound ones, damaged ones, ones with chains around the depth limit, and trees. Two stores
-// are built from the same seed; the collection must answer the same, log the same lines, leave the
-// same fault code and leave every element with the same bytes. A failure names the seed.
+// stores: sound ones, damaged ones, ones with chains around the depth limit, and trees; each seed
+// once by TSGC and once inside HChg, at the raised check level where the walks run the DL check.
+// Two stores are built from the same seed; the collection must answer the same, log the same
+// lines, leave the same fault code and leave every element with the same bytes. A failure names
+// the seed.
 #include "store/collect_quick.h"
 
 #include <random>
@@ -80,7 +82,7 @@ void build(Object* s, uint32_t seed, bool hurt) {
     if (type == kHandle) it.kind = kWeakHandle;
     if (type == kList) it.kind = kWeakList;
     if (!hurt) continue;
-    switch (pick(5)) {
+    switch (pick(7)) {
       case 0:
         it.ref = sp->LmCount() + 1 + pick(3);
         break;
@@ -92,6 +94,12 @@ void build(Object* s, uint32_t seed, bool hurt) {
         break;
       case 3:
         it.ref = -7;
+        break;
+      case 4:
+        it.key = 0x7F616161;  // a key the DL check rejects; the walk alone does not mind
+        break;
+      case 5:
+        v.head->uType = 0x01616161;
         break;
       default:
         v.head->owner = sp->LmCount() + 5;
@@ -142,7 +150,9 @@ struct Outcome {
   std::vector<std::string> elements;  // "n:bytes" for every live number
 };
 
-Outcome collect(uint32_t seed, bool hurt, bool quick) {
+// One collection of the seed's store: TSGC, or (raised) the collection inside HChg, at a raised
+// check level, where the walks run the DL check on every DL they reach.
+Outcome collect(uint32_t seed, bool hurt, bool quick, bool raised) {
   Object* s = newStore(1);
   if (seed % 3 == 0)
     buildTree(s, seed);
@@ -151,7 +161,7 @@ Outcome collect(uint32_t seed, bool hurt, bool quick) {
   zoveSetQuickMark(quick);
   LogCapture cap;
   Outcome o;
-  o.answer = S(s, kTSGC);
+  o.answer = S(s, raised ? kHChg : kTSGC);
   zoveSetQuickMark(true);
   o.fault = S(s, kTSEC);
   o.log = lines(cap);
@@ -166,23 +176,26 @@ Outcome collect(uint32_t seed, bool hurt, bool quick) {
 
 TEST(QuickMark, CollectsExactlyAsTheWalksDo) {
   int faulted = 0, deep = 0;
-  for (uint32_t seed = 1; seed <= 120; ++seed) {
-    bool hurt = seed % 2 == 0;
-    Outcome quick = collect(seed, hurt, true), walks = collect(seed, hurt, false);
-    ASSERT_EQ(quick.answer, walks.answer) << "seed " << seed;
-    ASSERT_EQ(quick.fault, walks.fault) << "seed " << seed;
-    ASSERT_EQ(quick.log, walks.log) << "seed " << seed;
-    ASSERT_EQ(quick.elements.size(), walks.elements.size()) << "seed " << seed;
+  for (uint32_t run = 1; run <= 240; ++run) {
+    uint32_t seed = (run + 1) / 2;
+    bool hurt = seed % 2 == 0, raised = run % 2 == 0;
+    Outcome quick = collect(seed, hurt, true, raised), walks = collect(seed, hurt, false, raised);
+    ASSERT_EQ(quick.answer, walks.answer) << "seed " << seed << (raised ? " (raised)" : "");
+    ASSERT_EQ(quick.fault, walks.fault) << "seed " << seed << (raised ? " (raised)" : "");
+    ASSERT_EQ(quick.log, walks.log) << "seed " << seed << (raised ? " (raised)" : "");
+    ASSERT_EQ(quick.elements.size(), walks.elements.size())
+        << "seed " << seed << (raised ? " (raised)" : "");
     for (size_t i = 0; i < quick.elements.size(); ++i)
-      ASSERT_EQ(quick.elements[i], walks.elements[i]) << "seed " << seed;
+      ASSERT_EQ(quick.elements[i], walks.elements[i])
+          << "seed " << seed << (raised ? " (raised)" : "");
     faulted += walks.answer != 0;
     deep += walks.fault == kTooDeep;
   }
   // The seeds reach both outcomes, including walks that go too deep through a shallow store
-  // and through a tree.
-  EXPECT_GT(faulted, 10);
-  EXPECT_GT(deep, 6);
-  EXPECT_LT(faulted, 100);
+  // and through a tree, and checks that find a bad key or uType.
+  EXPECT_GT(faulted, 20);
+  EXPECT_GT(deep, 12);
+  EXPECT_LT(faulted, 200);
 }
 
 }  // namespace

@@ -4,6 +4,10 @@
 namespace zove {
 
 bool Seen::insert(int32_t dl) {
+  if (!cleared_) {
+    for (int32_t& slot : inPlace_) slot = 0;
+    cleared_ = true;
+  }
   if ((size_ + 1) * 4 > capacity() * 3) grow();
   int32_t* at = slots();
   size_t mask = capacity() - 1;
@@ -17,7 +21,7 @@ bool Seen::insert(int32_t dl) {
   }
 }
 
-bool Seen::count(int32_t dl) const {
+bool Seen::find(int32_t dl) const {
   const int32_t* at = slots();
   size_t mask = capacity() - 1;
   for (size_t i = slot(dl, mask);; i = (i + 1) & mask) {
@@ -28,6 +32,7 @@ bool Seen::count(int32_t dl) const {
 
 // Removing leaves no hole: the entries after it in its run are placed again.
 void Seen::erase(int32_t dl) {
+  if (size_ == 0) return;
   int32_t* at = slots();
   size_t mask = capacity() - 1;
   size_t i = slot(dl, mask);
@@ -43,6 +48,16 @@ void Seen::erase(int32_t dl) {
     --size_;
     insert(moved);
   }
+}
+
+Seen& Seen::operator=(const Seen& other) {
+  if (this == &other) return *this;
+  more_ = other.more_;
+  size_ = other.size_;
+  cleared_ = other.cleared_;
+  if (cleared_)
+    for (size_t i = 0; i < kInPlace; ++i) inPlace_[i] = other.inPlace_[i];
+  return *this;
 }
 
 void Seen::clear() {

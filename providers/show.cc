@@ -22,12 +22,16 @@ struct Task {
   int32_t given;  // the parent given to the show (0: none)
   int32_t p;
   uint32_t f;  // the abilities to write (0: computed)
-  Stage stage = Stage::kStart;
-  int32_t status = 0;  // p's status DL
-  int32_t parent = 0;
-  int32_t parentStatus = 0;
-  int32_t nextLink = 0;
+  Stage stage;
+  int32_t status;  // p's status DL
+  int32_t parent;
+  int32_t parentStatus;
+  int32_t nextLink;
 };
+
+Task start(int32_t given, int32_t p, uint32_t f) {
+  return {given, p, f, Stage::kStart, 0, 0, 0, 0};
+}
 
 // The show's stack: most shows need one task or a few, so those live in place and only a deep
 // chain of hidden ancestors or links takes memory. A reference to the top stays valid until the
@@ -90,7 +94,7 @@ int32_t place(const Pro& m, int32_t status, int32_t p, int32_t q) {
 
 Shown showAll(const Pro& m, int32_t given, int32_t p, uint32_t f) {
   TaskStack stack;
-  stack.push({given, p, f});
+  stack.push(start(given, p, f));
   Seen waiting;
   Shown result = Shown::kNot;
   auto finish = [&](Shown how) {
@@ -139,7 +143,7 @@ Shown showAll(const Pro& m, int32_t given, int32_t p, uint32_t f) {
           waiting.insert(t.p);
           t.stage = Stage::kAfterParent;
           int32_t parent = t.parent;
-          stack.push({0, parent, 0});  // t is not to be used after this
+          stack.push(start(0, parent, 0));  // t is not to be used after this
         }
         break;
       }
@@ -164,7 +168,7 @@ Shown showAll(const Pro& m, int32_t given, int32_t p, uint32_t f) {
           break;
         }
         uint32_t f = t.f | kAbLink;
-        stack.push({0, link, f});
+        stack.push(start(0, link, f));
         break;
       }
     }

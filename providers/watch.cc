@@ -106,7 +106,11 @@ void TreeMirror::report(zelkor::FourCC sel, std::initializer_list<int32_t> args,
 }
 
 void TreeMirror::apply(zelkor::FourCC sel, int32_t a, int32_t b, int32_t c) {
-  if (sel != kPoXD) dropped_.clear();
+  applyOne(sel, a, b, c);
+  if (sel != kPoXD) dropped_.clear();  // any other event ends a run of PoXD events
+}
+
+void TreeMirror::applyOne(zelkor::FourCC sel, int32_t a, int32_t b, int32_t c) {
   // The words as a report names them (made only for a report).
   auto pa = [&] { return std::to_string(norm(a)); };
   auto pb = [&] { return std::to_string(norm(b)); };
@@ -134,8 +138,8 @@ void TreeMirror::apply(zelkor::FourCC sel, int32_t a, int32_t b, int32_t c) {
         *nodes_.find(x) = Node{};  // not shown: parent -1
         if (x > 0) dropped_.insert(x);
       }
-    } else if (p > 0 && (dropped_.count(p) || (parent > 0 && dropped_.count(parent)))) {
-      dropped_.insert(p);
+    } else if (p > 0 && !dropped_.empty()) {
+      dropped_.insert(p);  // announced by a hide in progress: nothing to apply
     } else {
       report(sel, {a, b}, pb() + " is not shown");
     }
@@ -145,9 +149,11 @@ void TreeMirror::apply(zelkor::FourCC sel, int32_t a, int32_t b, int32_t c) {
       report(sel, {a, b}, pb() + " is shown under " + std::to_string(parentOf(p)));
   } else if (sel == kPoXP) {
     int32_t gp = norm(a), parent = norm(b);
-    if (!shown(parent))
-      report(sel, {a, b}, pb() + " is not shown");
-    else if (parent != 0 && parentOf(parent) != gp)
+    if (!shown(parent)) {
+      // The PoXP that ends a hide names the parent even when it went in the hide (a parent that
+      // is also a link to the provider hidden).
+      if (parent <= 0 || !dropped_.count(parent)) report(sel, {a, b}, pb() + " is not shown");
+    } else if (parent != 0 && parentOf(parent) != gp)
       report(sel, {a, b}, pb() + " is shown under " + std::to_string(parentOf(parent)));
     else if (parent == 0 && gp != 0)
       report(sel, {a, b}, "the root has no parent");

@@ -4,13 +4,15 @@
 // Rules (an event that breaks one is reported, and applied only where a view could):
 //   W1. PoXA (parent, p): p is not shown, and the parent is (the root always is). p is added as
 //       the parent's last child.
-//   W2. PoXD (parent, p): p is shown under that parent; it goes with its whole subtree. Inside the
-//       run of PoXD events that follows (a hide announces each provider below, shown or not, and
-//       the links), a PoXD for a provider that went already, or whose parent did, is accepted.
-//       Any other PoXD for a provider not shown is reported: a view has nothing to remove.
+//   W2. PoXD (parent, p): p is shown under that parent; it goes with its whole subtree. A hide
+//       announces every provider it visits, shown or not (the links, the subtree, their links), so
+//       inside a run of PoXD events that removed a shown provider, a PoXD for a provider not shown
+//       has nothing to apply and is accepted. A PoXD for a provider not shown that starts a run
+//       is reported: no hide is in progress, and a view has nothing to remove.
 //   W3. PoXM (parent, p): a shown p is shown under that parent. A p not shown is ignored.
 //   W4. PoXP (grandparent, parent): the parent is shown (0 and the root's DL both name the root)
-//       under that grandparent.
+//       under that grandparent; the PoXP that ends a hide may name a parent that went in it (a
+//       parent that is also a link to the provider hidden).
 //   W5. PoXT (new, p, old): p is shown under old, new is shown and not p or below p. p becomes
 //       new's last child.
 //   W6. PoXU (p, 1): p's bracket is not open, unless a bracket above p (in the mirror) is: a
@@ -84,6 +86,7 @@ class TreeMirror {
   std::vector<int32_t> below(int32_t p) const;
   bool bracketAbove(int32_t p) const;
   void report(zelkor::FourCC sel, std::initializer_list<int32_t> args, const std::string& what);
+  void applyOne(zelkor::FourCC sel, int32_t a, int32_t b, int32_t c);
 
   int32_t root_ = 0;
   Nodes nodes_;                              // the providers shown now or before; 0 is the root

@@ -99,7 +99,7 @@ Word proAttach(Object* self, const Msg& msg) {
     writeRecord(m, status, r);
   }
   // Depths already -1 are left alone, so a save after attaching writes only what changed.
-  for (const Visit& v : subtree(m, root)) setDepth(m, v.provider, -1);
+  for (const Visit& v : subtree(m, root, nullptr, Entries::kEvery)) setDepth(m, v.provider, -1);
   return root;
 }
 

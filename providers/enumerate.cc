@@ -78,13 +78,14 @@ void walkChildren(const Pro& m, int32_t p, bool descend, int32_t mode,
   p = m.orRoot(p);
   Seen seen{p};
   struct Frame {
+    int32_t parent;
     std::vector<int32_t> children;
     size_t next = 0;
   };
   std::vector<Frame> stack;
   auto open = [&](int32_t parent) {
     sortChildren(m, parent, mode);
-    stack.push_back({listAll(m, statusOf(m, parent), kPkKey)});
+    stack.push_back({parent, listAll(m, statusOf(m, parent), kPkKey)});
   };
   open(p);
   while (!stack.empty()) {
@@ -94,8 +95,10 @@ void walkChildren(const Pro& m, int32_t p, bool descend, int32_t mode,
       continue;
     }
     int32_t child = f.children[f.next++];
+    int32_t status = statusOf(m, child);
+    if (getHandle(m, status, kPpaKey) != f.parent) continue;  // a leftover (pro_class.h)
     StatusRecord r;
-    readRecord(m, statusOf(m, child), &r);
+    readRecord(m, status, &r);
     if (r.depth >= 0 && matchesFilter(r.abilities, m.d->filterMask, m.d->filterValue) &&
         !take(child))
       return;
@@ -167,8 +170,11 @@ Word proGetShownChild(Object* self, const Msg& msg) {
   Pro m(self);
   int32_t index = i32(msg.w[1]);
   if (index < 0) return 0;
-  for (int32_t child : listAll(m, statusOf(m, i32(msg.w[0])), kPkKey)) {
-    if (depthOf(m, child) < 0) continue;
+  int32_t p = m.orRoot(i32(msg.w[0]));
+  for (int32_t child : listAll(m, statusOf(m, p), kPkKey)) {
+    int32_t status = statusOf(m, child);
+    StatusRecord r;
+    if (getHandle(m, status, kPpaKey) != p || !readRecord(m, status, &r) || r.depth < 0) continue;
     if (index-- == 0) return child;
   }
   return 0;

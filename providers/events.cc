@@ -33,6 +33,7 @@ Word proModified(Object* self, const Msg& msg) {
   for (int32_t i = 0;; ++i) {
     int32_t link = listElem(m, statusOf(m, p), kPlKey, i);
     if (!link) break;
+    if (getPart(m, statusOf(m, link), kPlkKey) != m.orRoot(p)) continue;  // a leftover
     event(m, kPoXM, m.toSelf(kPoGP, link), link);
   }
   return 0;

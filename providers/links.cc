@@ -18,7 +18,7 @@ Word proSetLink(Object* self, const Msg& msg) {
   int32_t status = makeStatus(m, link);
   int32_t targetStatus = makeStatus(m, target);
   if (!status || !targetStatus) return 0;
-  if (int32_t old = getPart(m, status, kPlkKey)) m.toStore(kTSLD, statusOf(m, old), kPlKey, link);
+  if (int32_t old = getPart(m, status, kPlkKey)) listDelete(m, statusOf(m, old), kPlKey, link);
   m.toStore(kTSAS, status, kPlkKey, target);
   m.toStore(kTSLA, targetStatus, kPlKey, link);
   StatusRecord t, r;

@@ -77,7 +77,7 @@ Word proMove(Object* self, const Msg& msg) {
   int32_t q = m.orRoot(given);
   if (old == q) return 0;
   if (int32_t r = checkMove(m, p, q)) return r;
-  m.toStore(kTSLD, statusOf(m, old), kPkKey, p);
+  listDelete(m, statusOf(m, old), kPkKey, p);
   m.toStore(kTSHS, status, kPpaKey, q);
   m.toStore(kTSLA, makeStatus(m, q), kPkKey, p);
   StatusRecord r;

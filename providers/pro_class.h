@@ -107,6 +107,9 @@ bool invisibleFlag(const Pro& m, int32_t dl);
 // Lists: the element at index (0 past the end or without a list), and the whole list.
 int32_t listElem(const Pro& m, int32_t dl, FourCC key, int32_t index);
 std::vector<int32_t> listAll(const Pro& m, int32_t dl, FourCC key);
+// TSLD: every occurrence of the member leaves the list (nothing without a DL: a parent or target
+// whose record went, cut with a provider it named, has no list to leave).
+void listDelete(const Pro& m, int32_t dl, FourCC key, int32_t member);
 
 // --- Status records (status.cc) ----------------------------------------------------------------
 // p's status DL (p 0: the root's), or 0 when it has none.
@@ -143,13 +146,22 @@ bool resolve(const Pro& m, int32_t p, int32_t limit, int32_t* out);
 // with the list's owner: (walk parent, provider). Each provider is visited once, so a list that
 // names an ancestor again ends there. The lists are read as the walk reaches them. `seen` (when
 // given) holds providers not to visit, and receives those visited (seen.h).
+//
+// An entry of a list whose provider is placed under another parent, or under none, is a leftover
+// (PmUA keeps the descendants' lists; a provider whose parent's record was cut is placed anew):
+// it is not in this parent's subtree, so the walks leave it out (kPlaced), except the
+// attachment's, which marks everything it can reach as not shown (kEvery).
+enum class Entries { kPlaced, kEvery };
 struct Visit {
   int32_t parent;
   int32_t provider;
   int32_t status;  // the provider's status DL, 0 when it has none
 };
-std::vector<Visit> subtree(const Pro& m, int32_t p, Seen* seen = nullptr);
-// The links of p, depth first: each link, then the links to that link; each once, never p.
+std::vector<Visit> subtree(const Pro& m, int32_t p, Seen* seen = nullptr,
+                           Entries entries = Entries::kPlaced);
+// The links of p, depth first: each link, then the links to that link; each once, never p. An
+// entry of a `_pl#` list whose record does not point at its owner (it was pointed elsewhere, or
+// its record was cut) is a leftover and left out, as in the walks of subtrees.
 std::vector<int32_t> linksOf(const Pro& m, int32_t p, Seen* seen = nullptr);
 // The recorded parents above p, nearest first, up to and without the root; stops at a provider
 // met before (so a parent chain that loops ends). `looped` says it did.

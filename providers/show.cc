@@ -149,6 +149,13 @@ Shown showAll(const Pro& m, int32_t given, int32_t p, uint32_t f) {
       }
       case Stage::kAfterParent: {
         waiting.erase(t.p);
+        // Showing the parent may have shown p already, as a link of a provider shown with it:
+        // then it is shown once, not announced twice.
+        StatusRecord own;
+        if (readRecord(m, t.status, &own) && own.depth >= 0) {
+          finish(Shown::kNow);
+          break;
+        }
         // The parent's show may have made its record (it had none): look it up again.
         t.parentStatus = statusOf(m, t.parent);
         StatusRecord pr;
@@ -167,6 +174,7 @@ Shown showAll(const Pro& m, int32_t given, int32_t p, uint32_t f) {
           finish(Shown::kNow);
           break;
         }
+        if (getPart(m, statusOf(m, link), kPlkKey) != t.p) break;  // a leftover (pro_class.h)
         uint32_t f = t.f | kAbLink;
         stack.push(start(0, link, f));
         break;
@@ -215,7 +223,7 @@ Word proShowRequired(Object* self, const Msg& msg) {
     }
     if (int32_t old = getHandle(m, status, kPpaKey)) {
       m.toStore(kTSUk, status, kPpaKey);
-      m.toStore(kTSLD, statusOf(m, old), kPkKey, p);
+      listDelete(m, statusOf(m, old), kPkKey, p);
     }
   }
   m.toSelf(kPmSh, required, p);
@@ -253,7 +261,7 @@ Word proShowList(Object* self, const Msg& msg) {
     if (old != q) {
       // A provider that is q or above it cannot go below q.
       if (p == q || stepsUp(m, q, p) >= 0) continue;
-      if (old) m.toStore(kTSLD, statusOf(m, old), kPkKey, p);
+      if (old) listDelete(m, statusOf(m, old), kPkKey, p);
       m.toStore(kTSHS, status, kPpaKey, q);
       m.toStore(kTSLA, parentStatus, kPkKey, p);
     }

@@ -125,6 +125,10 @@ std::vector<int32_t> listAll(const Pro& m, int32_t dl, FourCC key) {
   return out;
 }
 
+void listDelete(const Pro& m, int32_t dl, FourCC key, int32_t member) {
+  if (dl > 0) m.toStore(kTSLD, dl, key, member);
+}
+
 int32_t statusOf(const Pro& m, int32_t p) { return getHandle(m, m.orRoot(p), kPspKey); }
 
 int32_t makeStatus(const Pro& m, int32_t p) {

@@ -16,7 +16,7 @@ struct Frame {
 
 }  // namespace
 
-std::vector<Visit> subtree(const Pro& m, int32_t p, Seen* shared) {
+std::vector<Visit> subtree(const Pro& m, int32_t p, Seen* shared, Entries entries) {
   p = m.orRoot(p);
   std::vector<Visit> out;
   std::vector<int32_t> top = listAll(m, statusOf(m, p), kPkKey);
@@ -33,8 +33,10 @@ std::vector<Visit> subtree(const Pro& m, int32_t p, Seen* shared) {
       continue;
     }
     int32_t child = f.children[f.next++];
-    if (child <= 0 || !seen.insert(child)) continue;
+    if (child <= 0 || seen.count(child)) continue;
     int32_t status = statusOf(m, child);
+    if (entries == Entries::kPlaced && getHandle(m, status, kPpaKey) != f.parent) continue;
+    seen.insert(child);
     out.push_back({f.parent, child, status});
     std::vector<int32_t> below = listAll(m, status, kPkKey);
     if (!below.empty()) stack.push_back({child, std::move(below)});
@@ -50,7 +52,7 @@ std::vector<int32_t> linksOf(const Pro& m, int32_t p, Seen* shared) {
   Seen& seen = shared ? *shared : own;
   seen.insert(m.orRoot(p));
   std::vector<Frame> stack;
-  stack.push_back({p, std::move(top)});
+  stack.push_back({m.orRoot(p), std::move(top)});
   while (!stack.empty()) {
     Frame& f = stack.back();
     if (f.next == f.children.size()) {
@@ -58,9 +60,12 @@ std::vector<int32_t> linksOf(const Pro& m, int32_t p, Seen* shared) {
       continue;
     }
     int32_t link = f.children[f.next++];
-    if (link <= 0 || !seen.insert(link)) continue;
+    if (link <= 0 || seen.count(link)) continue;
+    int32_t status = statusOf(m, link);
+    if (getPart(m, status, kPlkKey) != f.parent) continue;  // a leftover
+    seen.insert(link);
     out.push_back(link);
-    std::vector<int32_t> further = listAll(m, statusOf(m, link), kPlKey);
+    std::vector<int32_t> further = listAll(m, status, kPlKey);
     if (!further.empty()) stack.push_back({link, std::move(further)});
   }
   return out;

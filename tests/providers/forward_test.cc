@@ -2,6 +2,7 @@
 // (nine links resolve, ten do not, a loop does not), what each forwarding selector hands the
 // controller and which code it answers when there is nobody to ask; the companions' selectors
 // with no companion class loaded.
+#include "platform/zelkor/codes.h"
 #include "tests/providers/pro_fixture.h"
 
 namespace zt {
@@ -194,6 +195,36 @@ TEST_F(Forwarding, CompanionSelectorsWithoutCompanionsAnswerZero) {
   EXPECT_EQ(S(another, kSetu, store), 0) << "Setu answers the link object";
   EXPECT_EQ(asserts(), V{}) << "the store refused the second PRO1 controller quietly";
   S(another, kDspo);
+}
+
+// A controller's answers are taken at their word: abilities with every bit set (the link and root
+// bits among them) are written as they come, with 0x4 from the invisible flag; a move test's
+// answer is passed back. The tree stays as the events say.
+TEST_F(Forwarding, AControllerThatAnswersGarbageIsTakenAtItsWord) {
+  int32_t p = provider(), q = provider();
+  controllers().abilities[p] = 0xFFFFFFFF;
+  controllers().moveAnswer = -123456;
+  S(manager, kPmSh, 0, p);
+  S(manager, kPmSh, p, q);
+  EXPECT_EQ(u32(S(manager, kPGAb, p)), 0xFFFFFFFBu);
+  EXPECT_EQ(S(manager, kPTMv, q, 0), -123456);
+  fundra::RNList l;
+  EXPECT_EQ(S(manager, kPoEL, p, &l, 0, 0, 3), 0) << "a parent that keeps its order";
+  EXPECT_EQ(l.Count(), 1);
+  EXPECT_EQ(S(manager, kPoGR, p, kPstKey), 0);
+  events();
+}
+
+TEST(ProviderCodes, EachNumberIsRegisteredOnceByName) {
+  std::map<int32_t, std::string> owner;
+  for (const RegisteredCode& r : registeredCodes())
+    EXPECT_TRUE(owner.emplace(r.info.code, r.library).second)
+        << r.info.code << " is registered by " << owner[r.info.code] << " and " << r.library;
+  for (int32_t code : {-830, -831, -832, -834, -835, -838, -841})
+    EXPECT_EQ(owner[code], "provider") << code;
+  EXPECT_EQ(owner[-833], "db");
+  EXPECT_EQ(codeName(kNoStatusRecord), "-831 (kNoStatusRecord)");
+  EXPECT_EQ(codeName(kNoResponder), "-833 (kNoResponder)");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/fundra/memory.h"
+#include "providers/pro_class.h"
 
 namespace zt {
 
@@ -11,6 +12,8 @@ namespace {
 ClassRec* gController = nullptr;
 ClassRec* gPlain = nullptr;
 ClassRec* gEar = nullptr;
+ClassRec* gLinker = nullptr;
+ClassRec* gContainers = nullptr;
 std::vector<std::string> gEvents;
 
 fundra::TString* str(Word w) { return asPtr<fundra::TString>(w); }
@@ -69,6 +72,33 @@ Word ctlAnswer(Object*, const Msg& m) {
   return 0;
 }
 
+Word linkerSetup(Object* self, const Msg& m) {
+  return ClassData::pass(gLinker, self, kSetu, m.w[0], kLinkModSig, 0);
+}
+Word linkerNewLink(Object* self, const Msg& m) {
+  Word store = S(self, kPGTy);
+  FourCC type = u32(m.w[0]) ? u32(m.w[0]) : fc("Link");
+  Word dl = S(store, kTSDN, type, 0, S(self, kSdRR));
+  S(store, kTSSS, dl);
+  S(store, kTSLA, S(self, kSdRR), kProvKey, dl);  // kept as a module keeps its objects
+  return dl;
+}
+Word linkerAbilities(Object* self, const Msg& m) {
+  int32_t next = i32(m.w[0]);
+  Word manager = S(self, kPmGP);
+  S(manager, kPRvL, &next, 1);
+  return toWord(u32(S(manager, kPGAb, next)) | kAbLink);
+}
+Word linkerForget(Object* self, const Msg& m) {
+  hear(m, 2);
+  S(S(self, kPmGP), kPmHd, m.w[0]);
+  S(S(self, kPGTy), kTSDR, m.w[0]);
+  return 0;
+}
+Word containersType(Object*, const Msg& m) {
+  return controllers().containerStore ? S(controllers().containerStore, kTSDT, m.w[0]) : 0;
+}
+
 Word earHear(Object*, const Msg& m) {
   std::string line = fcString(m.sel);
   int first = m.sel == kPoXS ? 0 : 1;
@@ -93,6 +123,13 @@ struct Boot : ::testing::Environment {
     Defn(gPlain, kSetu, plainSetup);
     Defn(gPlain, kPGAb, ctlAbilities);
     Defn(gPlain, kPGNm, ctlName);
+    gLinker = makeSubclass(findClass(kDmodSig), fc("tLK1"), 0);
+    Defn(gLinker, kSetu, linkerSetup);
+    Defn(gLinker, kPLNL, linkerNewLink);
+    Defn(gLinker, kPGAb, linkerAbilities);
+    Defn(gLinker, kPFog, linkerForget);
+    gContainers = makeSubclass(rootClass(), fc("tCON"), 0);
+    Defn(gContainers, kPcGT, containersType);
     gEar = makeSubclass(rootClass(), fc("tEar"), 0);
     DefnFallback(gEar, earHear);
   }
@@ -143,6 +180,7 @@ void ProTest::TearDown() {
   EXPECT_EQ(asserts(), std::vector<std::string>{}) << "assertions nobody expected";
   S(ear, kDspo);
   S(watch, kDspo);
+  if (containers_) S(containers_, kDspo);
   S(store, kDspo);  // the controllers and the manager go with it
 }
 
@@ -150,12 +188,14 @@ int32_t ProTest::provider(Object* owner, FourCC type) {
   int32_t module = i32(S(owner ? owner : ctl, kSdRR));
   int32_t dl = i32(S(store, kTSDN, type, 0, module));
   S(store, kTSSS, dl);
+  S(store, kTSLA, S(ctl, kSdRR), kProvKey, dl);
   return dl;
 }
 
 int32_t ProTest::unowned(FourCC type) {
   int32_t dl = i32(S(store, kTSDN, type, 0, 0));
   S(store, kTSSS, dl);
+  S(store, kTSLA, S(ctl, kSdRR), kProvKey, dl);
   return dl;
 }
 
@@ -216,6 +256,15 @@ std::vector<int32_t> listOf(Object* store, int32_t dl, FourCC key) {
 
 std::vector<int32_t> ProTest::children(int32_t p) { return listOf(store, status(p), kPkKey); }
 std::vector<int32_t> ProTest::linksTo(int32_t p) { return listOf(store, status(p), kPlKey); }
+
+void ProTest::useCompanions() {
+  linker = asObject(S(objWord(gLinker->classObject), kSdNw, store));
+  Object* containers = newObject(gContainers);
+  controllers().containerStore = store;
+  proData(manager)->linkObject = objWord(linker);
+  proData(manager)->containerObject = objWord(containers);
+  containers_ = containers;
+}
 
 void ProTest::show(int32_t parentDL, int32_t p) {
   S(manager, kPmSh, parentDL, p);

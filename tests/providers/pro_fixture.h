@@ -29,8 +29,10 @@ namespace zt {
 using namespace zelkor;
 using namespace zove;
 
-constexpr FourCC kCtlSig = fc("TCT1");    // the test controller's module
-constexpr FourCC kPlainSig = fc("TCT2");  // a controller without sort names
+constexpr FourCC kCtlSig = fc("TCT1");      // the test controller's module
+constexpr FourCC kPlainSig = fc("TCT2");    // a controller without sort names
+constexpr FourCC kLinkModSig = fc("TLK1");  // the test links' module
+constexpr FourCC kProvKey = fc("Prov");     // TCT1's module DL lists every test provider here
 constexpr uint32_t kDefaultAbilities = 0x100;
 
 // What the test controllers answer, and what they were asked.
@@ -40,12 +42,18 @@ struct Controllers {
   Word moveAnswer = 0;                    // PTMv's answer
   std::vector<std::string> heard;         // "PFog 12 0", "PTMv 12 34", ...
   int32_t sortNames = 0;                  // PGSN calls
+  Object* containerStore = nullptr;       // the store the container object asks for uTypes
 };
 Controllers& controllers();
 
 // The classes the fixture makes: the two controllers (subclasses of `@DMD`).
 ClassRec* controllerClass();
 ClassRec* plainControllerClass();
+
+// Companions for the tests that need them (useCompanions): a link maker of module TLK1 that
+// answers PLNL (type, name) with a new shared DL of the type (`Link` for 0) of its own, PGAb of
+// its links as the one step beyond (PRvL limit 1) with the link bit, and PFog (hide, then TSDR);
+// and a container object that answers PcGT (p) with p's uType.
 
 inline Word S(Object* o, FourCC sel, auto... args) { return send(o, sel, args...); }
 inline Word S(Word o, FourCC sel, auto... args) { return send(o, sel, args...); }
@@ -58,7 +66,9 @@ class ProTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // A new shared DL of the type, owned by the controller's module DL (0: no owner).
+  // A new shared DL of the type, owned by the controller's module DL (0: no owner). As a module
+  // keeps its stored objects, TCT1's module DL lists it (kProvKey), so that it stays reachable
+  // from the root whatever becomes of the tree.
   int32_t provider(Object* owner = nullptr, FourCC type = fc("Note"));
   int32_t unowned(FourCC type = fc("Data"));
   // The events recorded since the last call.
@@ -87,6 +97,8 @@ class ProTest : public ::testing::Test {
 
   // Shows p under the parent and takes the events (for setting up a tree).
   void show(int32_t parentDL, int32_t p);
+  // Gives the manager the test companions (the link maker and the container object).
+  void useCompanions();
 
   Object* store = nullptr;
   Object* manager = nullptr;
@@ -94,10 +106,12 @@ class ProTest : public ::testing::Test {
   Object* plain = nullptr;  // TCT2's controller
   Object* watch = nullptr;
   Object* ear = nullptr;
+  Object* linker = nullptr;  // after useCompanions
   int32_t root = 0;
   bool checkWatch = true;  // TearDown asks the watch for its verdict
 
  private:
+  Object* containers_ = nullptr;
   fundra::AssertCapture capture_;
   zelkor::LogCapture log_;
 };

@@ -73,8 +73,14 @@ void sortChildren(const Pro& m, int32_t parent, int32_t mode) {
   m.toStore(kTSVS, statusOf(m, parent), kPstKey, mode);
 }
 
-void walkChildren(const Pro& m, int32_t p, bool descend, int32_t mode,
-                  const std::function<bool(int32_t)>& take) {
+namespace {
+
+// Visits p's children (with descend, each followed by its own descendants, shown or not), each
+// visited parent sorted first; `take` receives every shown child that matches the manager's
+// filter (filterMask, filterValue) and answers false to end the walk. A template, so that the
+// few instructions of each caller's `take` are part of the loop.
+template <class Take>
+void walkChildren(const Pro& m, int32_t p, bool descend, int32_t mode, Take&& take) {
   p = m.orRoot(p);
   Seen seen{p};
   struct Frame {
@@ -95,16 +101,18 @@ void walkChildren(const Pro& m, int32_t p, bool descend, int32_t mode,
       continue;
     }
     int32_t child = f.children[f.next++];
-    int32_t status = statusOf(m, child);
-    if (getHandle(m, status, kPpaKey) != f.parent) continue;  // a leftover (pro_class.h)
     StatusRecord r;
-    readRecord(m, status, &r);
+    int32_t placedUnder;
+    readPlacement(m, statusOf(m, child), &r, &placedUnder);
+    if (placedUnder != f.parent) continue;  // a leftover (pro_class.h)
     if (r.depth >= 0 && matchesFilter(r.abilities, m.d->filterMask, m.d->filterValue) &&
         !take(child))
       return;
     if (descend && child > 0 && seen.insert(child)) open(child);
   }
 }
+
+}  // namespace
 
 void enumerate(const Pro& m, int32_t p, fundra::RNList* list, uint32_t mask, uint32_t value,
                int32_t mode, bool descend) {

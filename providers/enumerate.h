@@ -2,8 +2,6 @@
 // sort of a parent's children, and the walk over children and descendants.
 #pragma once
 
-#include <functional>
-
 #include "platform/fundra/rnlist.h"
 #include "providers/pro_class.h"
 
@@ -16,12 +14,6 @@ bool matchesFilter(uint32_t f, uint32_t mask, uint32_t value);
 // Sorts parent's `_pk#` in the mode unless the mode is 0, the parent keeps its order, or its
 // `_pst` holds the mode already; then records the mode in `_pst`.
 void sortChildren(const Pro& m, int32_t parent, int32_t mode);
-
-// Visits p's children (with descend, each followed by its own descendants, shown or not), each
-// visited parent sorted first; `take` receives every shown child that matches the manager's
-// filter (filterMask, filterValue) and answers false to end the walk.
-void walkChildren(const Pro& m, int32_t p, bool descend, int32_t mode,
-                  const std::function<bool(int32_t)>& take);
 
 // PoEL (descend false) and PoDL (descend true) into the list, through the manager's scratch
 // fields: the list grows 128 entries at a time and is cut to the count at the end.

@@ -121,6 +121,8 @@ int32_t makeStatus(const Pro& m, int32_t p);
 // no 24-byte data area with the `Pro.` header.
 bool readRecord(const Pro& m, int32_t status, StatusRecord* r);
 void writeRecord(const Pro& m, int32_t status, const StatusRecord& r);
+// readRecord, and the record's `_ppa` (0 when none) from the same look at the status DL.
+bool readPlacement(const Pro& m, int32_t status, StatusRecord* r, int32_t* parent);
 // p's depth (-1 without a record), and whether p is shown (the root always is).
 int32_t depthOf(const Pro& m, int32_t p);
 bool isShown(const Pro& m, int32_t p);

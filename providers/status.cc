@@ -43,7 +43,7 @@ namespace {
 
 // DL n as the space holds it: false when there is no space or n is no DL, and the caller asks
 // the store.
-bool view(const Pro& m, int32_t dl, DLView* v) {
+[[gnu::always_inline]] inline bool view(const Pro& m, int32_t dl, DLView* v) {
   const fundra::ElementSpace* s = m.space();
   return s && dl > 0 && dlOpen(s, dl, v) == 0;
 }
@@ -184,6 +184,24 @@ bool readRecord(const Pro& m, int32_t status, StatusRecord* r) {
     if (status <= 0 || i32(m.toStore(kTSSD, status)) != kStatusBytes) return false;
     m.toStore(kTSRD, status, &got, kStatusBytes);
   }
+  if (std::memcmp(got.header, statusHeader(), sizeof got.header) != 0) return false;
+  *r = got;
+  return true;
+}
+
+bool readPlacement(const Pro& m, int32_t status, StatusRecord* r, int32_t* parent) {
+  DLView v;
+  if (status <= 0 || !view(m, status, &v)) {
+    *parent = getHandle(m, status, kPpaKey);
+    return readRecord(m, status, r);
+  }
+  const Item* it = itemOf(v, kPpaKey);
+  *parent = it && it->ref >= 1 && typeOf(it->kind) == kHandle ? it->ref : 0;
+  *r = StatusRecord{};
+  r->depth = -1;
+  if (v.head->dataSize != kStatusBytes) return false;
+  StatusRecord got;
+  std::memcpy(&got, v.data, kStatusBytes);
   if (std::memcmp(got.header, statusHeader(), sizeof got.header) != 0) return false;
   *r = got;
   return true;

@@ -72,21 +72,6 @@ TEST_F(Events, AChangeIsAnnouncedForTheProviderAndEachLinkToIt) {
   EXPECT_EQ(events(), V{"PoXS 11 22"});
 }
 
-TEST_F(Events, TheInvisibleFlagAndAbilityFourGoTogether) {
-  int32_t a = provider();
-  show(0, a);
-  S(manager, kPmSI, a, 1);
-  EXPECT_EQ(events(), V{ev("PoXM", {0, a})});
-  EXPECT_EQ(S(store, kTSTI, a), 1);
-  EXPECT_EQ(S(manager, kPGAb, a), toWord(kDefaultAbilities | kAbInvisible));
-  S(manager, kPmSI, a, 1);
-  EXPECT_EQ(events(), V{}) << "nothing changed";
-  S(manager, kPmSI, a, 0);
-  EXPECT_EQ(events(), V{ev("PoXM", {0, a})});
-  EXPECT_EQ(S(store, kTSTI, a), 0);
-  EXPECT_EQ(S(manager, kPGAb, a), toWord(kDefaultAbilities));
-}
-
 TEST_F(Events, AbilitiesAreWrittenWithoutAnEventAndKeepTheLinkBit) {
   int32_t a = provider(), link = provider();
   show(0, a);
@@ -104,6 +89,14 @@ TEST_F(Events, AbilitiesAreWrittenWithoutAnEventAndKeepTheLinkBit) {
   EXPECT_EQ(S(manager, kPGAb, link), toWord(0x8 | kAbLink));
   EXPECT_EQ(S(manager, kPmAU, a, kAbLink | 0x1), 0);
   EXPECT_EQ(asserts(), V{"provider:866"});
+
+  // The invisible flag and bit 0x4 go together; PmMd only when they changed.
+  S(manager, kPmSI, a, 1);
+  EXPECT_EQ(events(), (V{ev("PoXM", {0, a}), ev("PoXM", {0, link})}));
+  EXPECT_EQ(S(store, kTSTI, a), 1);
+  EXPECT_EQ(S(manager, kPGAb, a), toWord(0x1 | kAbInvisible));
+  S(manager, kPmSI, a, 1);
+  EXPECT_EQ(events(), V{});
 }
 
 TEST_F(Events, ARecordIsSharedOrCopiedUnderTheSameParent) {

@@ -110,20 +110,6 @@ TEST_F(Forwarding, TheControllerIsTheOwnersOrTheDefaultOne) {
   S(store, kTSRM, kPlainSig, objWord(plain));
 }
 
-TEST_F(Forwarding, SortNamesFallBackToNamesOfKindZero) {
-  int32_t p = provider(), q = provider(plain);
-  controllers().names[p] = "Apple";
-  controllers().names[q] = "Pear";
-  fundra::TString s("x");
-  EXPECT_EQ(S(manager, kPGSN, p, &s, 3), 0);
-  EXPECT_EQ(std::string(s.View()), "Apple");
-  EXPECT_EQ(controllers().sortNames, 1);
-  EXPECT_EQ(S(manager, kPGSN, q, &s, 3), 0) << "TCT2 answers no PGSN: its PGNm";
-  EXPECT_EQ(std::string(s.View()), "Pear");
-  EXPECT_EQ(S(manager, kPGMN, p, &s, 1, 2, 3), 6);
-  EXPECT_EQ(std::string(s.View()), "menu Apple");
-}
-
 TEST_F(Forwarding, TheForwarderAsksTheControllerFirst) {
   int32_t p = provider(), q = provider(plain);
   std::string sp = std::to_string(p);
@@ -145,24 +131,6 @@ TEST_F(Forwarding, TheForwarderAsksTheControllerFirst) {
   EXPECT_EQ(S(manager, kPGtI, p), kNoResponder);
   EXPECT_EQ(S(manager, kPoRs, fc("Ping"), p, 1), kNoResponder);
   EXPECT_EQ(S(manager, kPMdy, q), kNoResponder) << "TCT2's modeler answers PmFR";
-  // A responder for TCT1 gets the request with the words.
-  static std::vector<Word> heard;
-  heard.clear();
-  static Object* responder;
-  ClassRec* cls = makeSubclass(rootClass(), fc("tRsp"), 0);
-  Defn(cls, kFdRs, [](Object* self, const Msg& m) -> Word {
-    *asPtr<Word>(m.w[2]) = objWord(self);
-    return 0;
-  });
-  Defn(cls, kPMdy, [](Object*, const Msg& m) -> Word {
-    heard.assign(m.w, m.w + 6);
-    return 41;
-  });
-  responder = newObject(cls);
-  poAd(responder, toWord(kCtlSig));
-  EXPECT_EQ(S(manager, kPMdy, p, 1, 2, 3), 41);
-  EXPECT_EQ(heard, (std::vector<Word>{objWord(store), objWord(ctl), p, 1, 2, 3}));
-  S(responder, kDspo);
 }
 
 TEST_F(Forwarding, MessagesResolveOnlyProvidersTheManagerKnows) {

@@ -96,15 +96,5 @@ TEST_F(Hiding, ForgettingPlacementHidesOnlyShownDescendantsInABracket) {
   EXPECT_EQ(depth(c), 1);
 }
 
-TEST_F(Hiding, ForgettingTheRootsPlacementNamesTheParentAsGiven) {
-  int32_t a = provider(), b = provider();
-  show(0, a);
-  show(a, b);
-  S(manager, kPmUA, root);
-  EXPECT_EQ(events(),
-            (V{ev("PoXU", {0, 1}), ev("PoXD", {root, a}), ev("PoXD", {a, b}), ev("PoXU", {0, 0})}));
-  EXPECT_EQ(children(0), L{});
-}
-
 }  // namespace
 }  // namespace zt

@@ -56,39 +56,6 @@ TEST_F(Links, InALinkFolderALinkLinksToItsOwnTarget) {
   events();
 }
 
-TEST_F(Links, WithoutALinkObjectNoLinkIsMade) {
-  int32_t a = provider(), t = provider();
-  show(0, a);
-  show(0, t);
-  EXPECT_EQ(S(manager, kPLnk, a, t), kProviderMisplaced);
-  EXPECT_EQ(children(a), L{});
-  EXPECT_EQ(linksTo(t), L{});
-  EXPECT_EQ(events(), V{});
-}
-
-TEST_F(Links, RetargetingMovesTheLinkBetweenTargetsWithoutAnEvent) {
-  int32_t t1 = provider(), t2 = provider(), first = provider(), link = provider();
-  controllers().abilities[t2] = 0x40;
-  show(0, t1);
-  show(0, t2);
-  S(manager, kPmSL, first, t2);
-  S(manager, kPmSL, link, t1);
-  show(t1, link);
-  events();
-  EXPECT_EQ(S(manager, kPEnL, t1, 0), link);
-  S(manager, kPmSL, link, t2);
-  EXPECT_EQ(events(), V{});
-  EXPECT_EQ(S(manager, kPEnL, t1, 0), 0);
-  EXPECT_EQ(S(manager, kPEnL, t2, 0), first);
-  EXPECT_EQ(S(manager, kPEnL, t2, 1), link) << "listed last";
-  EXPECT_EQ(S(manager, kPEnL, t2, 2), 0);
-  EXPECT_EQ(S(manager, kPGAb, link), toWord(0x40 | kAbLink));
-  EXPECT_EQ(depth(link), 2) << "its depth stays";
-  int32_t w = link;
-  EXPECT_EQ(S(manager, kPRvL, &w, 0), 0);
-  EXPECT_EQ(w, t2);
-}
-
 TEST_F(Links, ForgettingALinkTakesOnlyTheFirstToTheTarget) {
   useCompanions();
   int32_t a = provider(), t = provider();

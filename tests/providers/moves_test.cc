@@ -52,19 +52,6 @@ TEST_F(Moves, AMoveCarriesTheSubtreeAndShiftsOnlyShownDepths) {
   EXPECT_EQ(events(), V{});
 }
 
-TEST_F(Moves, NothingMovesIntoItselfOrBelowItself) {
-  int32_t p = provider(), child = provider();
-  show(0, p);
-  show(p, child);
-  EXPECT_EQ(S(manager, kPMov, child, p), kMoveBelowSelf);
-  EXPECT_EQ(S(manager, kPMov, p, p), kMoveBelowSelf);
-  EXPECT_EQ(S(manager, kPTMv, p, child), kMoveBelowSelf);
-  EXPECT_EQ(S(manager, kPTMv, p, p), kMoveBelowSelf);
-  EXPECT_EQ(parent(p), 0);
-  EXPECT_EQ(events(), V{});
-  EXPECT_EQ(controllers().heard, V{});
-}
-
 TEST_F(Moves, ARequiredParentHoldsEveryProviderThatCarriesIt) {
   int32_t r = provider(), p = provider(), x = provider(), outside = provider(), belowR = provider();
   show(0, r);
@@ -79,6 +66,8 @@ TEST_F(Moves, ARequiredParentHoldsEveryProviderThatCarriesIt) {
   EXPECT_EQ(S(manager, kPMov, outside, p), kRequiredParentLeft);
   EXPECT_EQ(S(manager, kPTMv, p, outside), kRequiredParentLeft);
   EXPECT_EQ(S(manager, kPTMv, p, 0), kRequiredParentLeft);
+  EXPECT_EQ(S(manager, kPTMv, r, x), kMoveBelowSelf);
+  EXPECT_EQ(S(manager, kPTMv, p, p), kMoveBelowSelf);
   EXPECT_EQ(parent(p), r) << "a refused move changes nothing";
   // Under r itself or below it: allowed.
   EXPECT_EQ(S(manager, kPMov, belowR, p), 0);
@@ -113,15 +102,6 @@ TEST_F(Moves, TheTestAsksTheControllerLast) {
   S(store, kTSRM, kPlainSig, objWord(plain));
 }
 
-TEST_F(Moves, AnUnplacedProviderIsShownInstead) {
-  int32_t q = provider(), p = provider();
-  show(0, q);
-  EXPECT_EQ(S(manager, kPMov, q, p), 0);
-  EXPECT_EQ(events(), (V{ev("PoXA", {q, p}), ev("PoXP", {0, q})}));
-  EXPECT_EQ(depth(p), 2);
-}
-
-// A provider that is not shown moves in the store; its PoXT names a provider no view shows.
 TEST_F(Moves, AHiddenProviderMovesWithoutBeingShown) {
   int32_t a = provider(), b = provider(), p = provider();
   show(0, a);

@@ -21,19 +21,15 @@ TEST_F(Search, ParentsAndStepsUp) {
   EXPECT_EQ(S(manager, kPoGP, c), b);
   EXPECT_EQ(S(manager, kPoGP, a), 0) << "top level";
   EXPECT_EQ(S(manager, kPoGP, 0), 0);
-  EXPECT_EQ(S(manager, kPoGP, root), 0);
   EXPECT_EQ(S(manager, kPoGP, loose), 0) << "not placed";
   EXPECT_EQ(S(manager, kPGID, c, c), 0);
   EXPECT_EQ(S(manager, kPGID, c, a), 2);
   EXPECT_EQ(S(manager, kPGID, c, 0), 3);
-  EXPECT_EQ(S(manager, kPGID, a, 0), 1);
   EXPECT_EQ(S(manager, kPGID, c, root), 3) << "the root's DL is the root";
   EXPECT_EQ(S(manager, kPGID, a, c), -1) << "c is not above a";
   EXPECT_EQ(S(manager, kPGID, loose, a), -1) << "no record";
   EXPECT_EQ(S(manager, kPGtD, loose), -1);
-  EXPECT_EQ(S(manager, kPGtD, c), 3);
   EXPECT_EQ(S(manager, kPTIn, a, c), 1);
-  EXPECT_EQ(S(manager, kPTIn, c, a), 1);
   EXPECT_EQ(S(manager, kPTIn, a, a), 1);
   EXPECT_EQ(S(manager, kPTIn, b, loose), 0);
   // The nearest ancestor below the root that matches; 0, 0 is the parent.
@@ -52,7 +48,6 @@ TEST_F(Search, OneIsReachedFromAnotherThroughLinksAndChildren) {
   show(b, link);
   show(child, deep);
   EXPECT_EQ(S(manager, kPUBy, a, link, 0), a) << "b is a link to a: its target";
-  EXPECT_EQ(S(manager, kPUBy, a, a, 0), a);
   EXPECT_EQ(S(manager, kPUBy, child, b, 0), b) << "b's child links into a, child's parent";
   // b, the link (resolved to a), child, deep: four levels.
   EXPECT_EQ(S(manager, kPUBy, deep, b, 3), 0) << "three levels are not enough";

@@ -44,26 +44,15 @@ TEST_F(StatusRecords, TheRootIsTheModuleDLShownWithItsAbilities) {
   EXPECT_EQ(events(), std::vector<std::string>{}) << "attachment sends no event";
 }
 
-TEST_F(StatusRecords, ARecordIsMadeOnFirstUseNotShownAndOnlyByThoseThatWrite) {
+TEST_F(StatusRecords, ARecordIsMadeOnlyBySelectorsThatWrite) {
   int32_t p = provider();
-  // Questions do not make a record.
   EXPECT_EQ(depth(p), -1);
-  EXPECT_FALSE(shown(p));
   EXPECT_EQ(S(manager, kPoGR, p, fc("Colr")), 0);
-  EXPECT_EQ(status(p), 0);
-  // PGAb does, and answers 0 until the provider is shown.
-  EXPECT_EQ(S(manager, kPGAb, p), 0);
-  int32_t st = status(p);
-  ASSERT_GT(st, 0);
-  StatusRecord r = recordOf(store, st);
-  EXPECT_EQ(fundra::_checkpersist(r.header, kStatusTag, 256, 256), 0);
-  EXPECT_EQ(r.depth, -1);
-  EXPECT_EQ(depth(p), -1);
-  // Immediate values live in the status DL; PoSR answers TSVS's answer (the item's ref word).
-  EXPECT_EQ(S(manager, kPoSR, p, fc("Colr"), -5), i32(kImmediate));
+  EXPECT_EQ(status(p), 0) << "questions make no record";
+  EXPECT_EQ(S(manager, kPGAb, p), 0) << "PGAb makes one; 0 until shown";
+  EXPECT_EQ(recordOf(store, status(p)).depth, -1);
+  EXPECT_EQ(S(manager, kPoSR, p, fc("Colr"), -5), i32(kImmediate)) << "TSVS's answer";
   EXPECT_EQ(S(manager, kPoGR, p, fc("Colr")), -5);
-  EXPECT_EQ(item(st, fc("Colr"), kTSVG), -5);
-  EXPECT_EQ(status(p), st) << "the same record every time";
 }
 
 TEST_F(StatusRecords, GlobalsLastOneAttachment) {
@@ -185,15 +174,13 @@ TEST_F(StatusRecords, DamagedOrMissingRecordsAreRefusedAndKept) {
   EXPECT_EQ(item(r, kPspKey, kTSVG), 12);
   EXPECT_EQ(events(), std::vector<std::string>{});
   EXPECT_EQ(assertsOf(), std::vector<std::string>{});
-}
 
-TEST_F(StatusRecords, AStatusDLAskedForItsOwnRecordAssertsAndGetsOne) {
-  int32_t p = provider();
-  S(manager, kPGAb, p);
-  int32_t st = status(p);
-  EXPECT_EQ(S(manager, kPGAb, st), 0);
+  // A status DL asked for its own record: asserted, and it gets one.
+  int32_t t = provider();
+  S(manager, kPGAb, t);
+  EXPECT_EQ(S(manager, kPGAb, status(t)), 0);
   EXPECT_EQ(asserts(), std::vector<std::string>{"provider:199"});
-  EXPECT_GT(item(st, kPspKey), 0);
+  EXPECT_GT(item(status(t), kPspKey), 0);
 }
 
 }  // namespace

@@ -139,19 +139,5 @@ TEST_F(TreeWatch, StartsFromTheTreeShownAndFindsChangesBehindItsBack) {
   events();
 }
 
-TEST_F(TreeWatch, FollowsAnAttachmentAndLeavesWithTheManager) {
-  int32_t a = provider();
-  show(0, a);
-  EXPECT_EQ(S(store, kTSTM), 0);  // XTSI again: PmSt; nothing for the watch
-  S(manager, kXTSD, store);       // as the store's install sends it (not on the channel here)
-  S(watch, kXTSD, store);
-  fundra::TString s;
-  EXPECT_EQ(S(watch, kPwDm, &s), 0);
-  EXPECT_EQ(disagreements(), V{});
-  S(manager, kDspo);
-  EXPECT_EQ(S(watch, kPwAg, &s), 0) << "no manager to compare with";
-  EXPECT_EQ(events(), V{});
-}
-
 }  // namespace
 }  // namespace zt

@@ -271,13 +271,13 @@ bool showTree(Tour& t, const Garden& g) {
   }
   // DEMO's stored objects for the tree: a folder (a group) and three tasks, each a shared DL.
   int32_t folder = t.newDL("Fold", g.module);
-  t.send("sharing", Tour::any, k("TSSS"), folder);
+  t.send("sharing", Tour::any, kTSSS, folder);
   t.setString(folder, "Name", "Garden");
   int32_t tasks[3];
   const char* names[3] = {"Buy timber", "Fetch the saw", "Ask Ada"};
   for (int i = 0; i < 3; ++i) {
     tasks[i] = t.newDL("Task", g.module);
-    t.send("sharing", Tour::any, k("TSSS"), tasks[i]);
+    t.send("sharing", Tour::any, kTSSS, tasks[i]);
     t.setString(tasks[i], "Name", names[i]);
   }
   if (t.failed()) return false;

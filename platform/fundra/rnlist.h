@@ -35,6 +35,11 @@ class RNList {
   void Clear() { mem_.SetSize(0); }
 
   const int32_t* Data() const { return reinterpret_cast<const int32_t*>(mem_.MemPtr()); }
+  // The list's bytes (4 per element), for a caller that sizes the list itself (an enumeration
+  // that grows it a block of entries at a time and trims it once) or hands it on where a
+  // TMemory is taken. A size that is not a multiple of 4 leaves the last bytes out of the list.
+  TMemory& Memory() { return mem_; }
+  const TMemory& Memory() const { return mem_; }
   std::string Dump() const;
 
  private:

@@ -2,6 +2,7 @@
 #include "platform/storefile/vhd.h"
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 #include <string>
 #include <vector>
@@ -41,7 +42,13 @@ void unregister(Word object) {
           r.end());
 }
 
-ClassRec* vhdClass() { return findClass(kVhdSig); }
+// The class is made once, when the framework boots, and never goes: found once, kept.
+ClassRec* vhdClass() {
+  static std::atomic<ClassRec*> cached{nullptr};
+  ClassRec* c = cached.load(std::memory_order_acquire);
+  if (!c && (c = findClass(kVhdSig))) cached.store(c, std::memory_order_release);
+  return c;
+}
 
 VhdData* dataOf(Object* self) { return instanceData<VhdData>(self, vhdClass()); }
 

@@ -40,6 +40,14 @@ const std::vector<Command>& commands() {
        "handles solid, part links bold from a diamond, list elements blue, weak references grey\n"
        "and dashed; shared DLs have a double border. Try: zove graph FILE | dot -Tsvg > g.svg",
        cmdGraph},
+      {"tree", "the provider tree a file holds", "tree FILE [--json]",
+       "Prints the provider tree of the file as it lies there, read from the DLs without\n"
+       "attaching a manager: from the module DL PRO1 (the root), each provider in its parent's\n"
+       "recorded order with its uType and abilities, its link target, the links to it, its\n"
+       "required parent and its sort mark. A provider listed under a parent it is not placed\n"
+       "under is marked so. Whether a provider is shown is not kept across attachments, so it\n"
+       "is not shown here. --json prints the same as one JSON object for tools.",
+       cmdTree},
       {"gc", "collect what nothing reaches and save", "gc FILE",
        "Installs the store, collects every DL, blob, list and record that DL 1 no longer\n"
        "reaches, compacts and saves (HChg), and says how much was freed.",

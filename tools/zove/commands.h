@@ -26,6 +26,7 @@ int cmdStat(int argc, char** argv);     // stat.cc
 int cmdCheck(int argc, char** argv);    // check.cc
 int cmdDump(int argc, char** argv);     // dump.cc
 int cmdGraph(int argc, char** argv);    // graph.cc
+int cmdTree(int argc, char** argv);     // tree.cc
 int cmdGc(int argc, char** argv);       // gc.cc
 int cmdRecover(int argc, char** argv);  // recover.cc
 int cmdExport(int argc, char** argv);   // exchange.cc

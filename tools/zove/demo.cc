@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/fundra/memory.h"
+#include "platform/fundra/rnlist.h"
 #include "platform/fundra/tdate.h"
 #include "platform/fundra/tstring.h"
 #include "platform/storefile/vhd.h"
@@ -16,6 +17,7 @@
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
 #include "zove/db.h"
+#include "zove/providers.h"
 #include "zove/store.h"
 
 namespace zove::cli {
@@ -183,12 +185,20 @@ Word gardenSetup(zelkor::Object* self, const zelkor::Msg& m) {
   return zelkor::ClassData::pass(gGardenClass, self, kSetu, m.w[0], fc("DEMO"), 4);
 }
 
+// As the controller of DEMO's stored objects, it says what they are in the provider tree: a
+// folder is a group (0x2); anything else is a plain item.
+Word gardenAbilities(zelkor::Object* self, const zelkor::Msg& m) {
+  Word store = zelkor::send(self, kPGTy);
+  return zelkor::send(store, kTSDT, m.w[0]) == fc("Fold") ? 0x2 : 0x100;
+}
+
 void GardenBootProc(Word bootWord, Word superclass) {
   Word cls = zelkor::send(superclass, zelkor::kSubC, kGardenSig, 1, 0);
   if (!cls) return;
   gGardenClass = zelkor::classOf(zelkor::asObject(cls));
   zelkor::TThread::TaskCall(0, zelkor::TransThread, zelkor::kboot, zelkor::kclsc, cls, kGardenSig);
   zelkor::Defn(gGardenClass, kSetu, gardenSetup);
+  zelkor::Defn(gGardenClass, kPGAb, gardenAbilities);
   zelkor::TThread::TaskSched(0, bootWord, kDspo);
 }
 
@@ -231,6 +241,90 @@ bool showController(Tour& t, const Garden& g) {
       g.project, busy, free);
   std::printf("   A property type (@PTY) names DLs for display: \"%s\", \"%s\".\n\n",
               std::string(object.View()).c_str(), std::string(controller.View()).c_str());
+  return true;
+}
+
+// The events of the provider tree, printed as they are broadcast: the class of a listener that
+// joins the manager's channel.
+constexpr zelkor::FourCC kEventPrinterSig = fc("@dEv");
+zelkor::ClassRec* gPrinterClass = nullptr;
+
+Word printEvent(zelkor::Object*, const zelkor::Msg& m) {
+  std::string line = "     " + zelkor::fcString(m.sel);
+  int first = m.sel == kPoXS ? 0 : 1;
+  int last = m.sel == kPoXT ? 3 : first + 1;
+  for (int i = first; i <= last; ++i) line += " " + std::to_string(m.w[i]);
+  std::printf("%s\n", line.c_str());
+  return 0;
+}
+
+bool showTree(Tour& t, const Garden& g) {
+  Word store = t.store();
+  Word manager = zelkor::send(zelkor::ZelkorLookup(kProSig), kSdNw, store);
+  if (!manager) {
+    std::fprintf(stderr, "zove demo: the module has no provider manager '@PRO'\n");
+    return false;
+  }
+  if (!gPrinterClass) {
+    gPrinterClass = zelkor::makeSubclass(zelkor::rootClass(), kEventPrinterSig, 0);
+    zelkor::DefnFallback(gPrinterClass, printEvent);
+  }
+  // DEMO's stored objects for the tree: a folder (a group) and three tasks, each a shared DL.
+  int32_t folder = t.newDL("Fold", g.module);
+  t.send("sharing", Tour::any, kTSSS, folder);
+  t.setString(folder, "Name", "Garden");
+  int32_t tasks[3];
+  const char* names[3] = {"Buy timber", "Fetch the saw", "Ask Ada"};
+  for (int i = 0; i < 3; ++i) {
+    tasks[i] = t.newDL("Task", g.module);
+    t.send("sharing", Tour::any, kTSSS, tasks[i]);
+    t.setString(tasks[i], "Name", names[i]);
+  }
+  if (t.failed()) return false;
+  zelkor::Object* printer = zelkor::newObject(gPrinterClass);
+  zelkor::send(printer, zelkor::kpoAd, manager);
+  Word watch = zelkor::send(zelkor::ZelkorLookup(kTreeWatchSig), kNew_);
+  zelkor::send(watch, kSetu, manager);
+  int32_t root = i32(zelkor::send(manager, kSdRR));
+  std::printf(
+      "   A provider manager (@PRO) joined the store: its module DL %d 'PRO1' is the root of\n"
+      "   the tree the application shows. DEMO's controller answers for a folder DL %d and\n"
+      "   tasks DL %d, %d, %d. Each change is an event broadcast on the manager (root = 0):\n",
+      root, folder, tasks[0], tasks[1], tasks[2]);
+  std::printf("   PmSh: the folder at the top of the tree\n");
+  zelkor::send(manager, kPmSh, 0, folder);
+  std::printf("   PmLS: the tasks below it, in one update bracket\n");
+  fundra::RNList list;
+  for (int32_t p : tasks) list.Add(p);
+  zelkor::send(manager, kPmLS, folder, &list);
+  std::printf("   PmHd: the folder hidden, with everything below it\n");
+  zelkor::send(manager, kPmHd, folder);
+  std::printf("   PmSh: the last task shown again; its hidden parent comes first\n");
+  zelkor::send(manager, kPmSh, 0, tasks[2]);
+  std::printf("   PMov: the last task moved to the top\n");
+  zelkor::send(manager, kPMov, 0, tasks[2]);
+  fundra::TString mirror, differences;
+  int32_t shownCount = i32(zelkor::send(watch, kPwDm, &mirror));
+  int32_t reports = i32(zelkor::send(watch, kPwRp, nullptr));
+  int32_t disagree = i32(zelkor::send(watch, kPwAg, &differences));
+  zelkor::send(watch, kDspo);
+  zelkor::send(printer, kDspo);
+  if (reports != 0 || disagree != 0) {
+    std::fprintf(stderr, "zove demo: the tree watch disagrees with the tree:\n%s",
+                 std::string(differences.View()).c_str());
+    return false;
+  }
+  std::printf(
+      "   A tree watch (@PTW) heard the same events and built the tree from them alone: it\n"
+      "   shows %d providers, every event applied, and agrees with the manager:\n",
+      shownCount);
+  std::string text(mirror.View());
+  for (size_t at = 0; at < text.size();) {
+    size_t end = text.find('\n', at);
+    std::printf("     %s\n", text.substr(at, end - at).c_str());
+    at = end + 1;
+  }
+  std::printf("\n");
   return true;
 }
 
@@ -302,7 +396,10 @@ int runTour(const std::string& path) {
   std::printf("6. A module's controller opens stored objects\n");
   if (!showController(t, g)) return 1;
 
-  std::printf("7. Save, close and reopen\n");
+  std::printf("7. The provider tree\n");
+  if (!showTree(t, g)) return 1;
+
+  std::printf("8. Save, close and reopen\n");
   t.send("saving", Tour::zero, k("HChg"));
   if (t.failed()) return 1;
   int32_t saved = t.elements();
@@ -327,6 +424,7 @@ int runTour(const std::string& path) {
   std::printf("   zove stat %s        numbers\n", path.c_str());
   std::printf("   zove dump %s        every DL, readable\n", path.c_str());
   std::printf("   zove graph %s | dot -Tsvg > store.svg\n", path.c_str());
+  std::printf("   zove tree %s        the provider tree, as saved\n", path.c_str());
   std::printf("   zove check %s       the integrity check\n", path.c_str());
   std::printf("   zove shell          the same selectors, by hand (docs/shell.md)\n");
   return 0;

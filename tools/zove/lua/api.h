@@ -88,5 +88,6 @@ void closeDialogs();                 // forgets queued answers and the fixed tim
 void openStores(lua_State* L);       // create, open, memstore
 void openHost(lua_State* L);         // text, resource
 void closeHost();                    // forgets the resources the session handed over
+void openTree(lua_State* L);         // treewatch (runs once the table `zove` is global)
 
 }  // namespace zove::shell

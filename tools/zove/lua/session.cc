@@ -173,6 +173,7 @@ void openSession(lua_State* L, bool echoLog) {
       {"log", luaLog}, {"asserts", luaAsserts}, {"expect", luaExpect}, {}};
   luaL_setfuncs(L, fns, 0);
   lua_setglobal(L, "zove");
+  openTree(L);
 }
 
 void closeSession(bool failed) {

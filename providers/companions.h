@@ -82,7 +82,7 @@ int32_t makeRecord(Word store, const RecordKind& kind, int32_t owner, int32_t id
 bool readName(Word store, int32_t dl, fundra::TString* out);
 // The `Name` of every DL of the list, read as TSSg reads them, in the list's order (through the
 // store's element space where it can, the store otherwise).
-std::vector<std::string> readNames(Word store, const std::vector<int32_t>& dls);
+std::vector<fundra::TString> readNames(Word store, const std::vector<int32_t>& dls);
 // The elements of dl's list under the key (empty without one).
 std::vector<int32_t> listOf(Word store, int32_t dl, FourCC key);
 

@@ -36,9 +36,9 @@ int32_t collTypeRecord(Object* self, FourCC type, RecordFields* fields) {
 int32_t collFindNamed(Object* self, int32_t rec, const fundra::TString& name) {
   Word store = collData(self)->store;
   std::vector<int32_t> containers = listOf(store, rec, kContainersKey);
-  std::vector<std::string> names = readNames(store, containers);
+  std::vector<fundra::TString> names = readNames(store, containers);
   for (size_t i = 0; i < names.size(); ++i)
-    if (names[i] == name.View()) return containers[i];
+    if (names[i] == name) return containers[i];
   return 0;
 }
 

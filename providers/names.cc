@@ -22,34 +22,23 @@ bool readName(Word store, int32_t dl, fundra::TString* out) {
   return send(store, kTSSg, dl, kNameKey, out) == 0;
 }
 
-namespace {
-
-// The name in the blob's bytes, as TSSg imports it.
-std::string importName(const uint8_t* at, int32_t size) {
-  fundra::TString s;
-  if (s.Import(at, size, 0) < 0) s.OldImport(at, 0, size);
-  return std::string(s.View());
-}
-
-}  // namespace
-
-std::vector<std::string> readNames(Word store, const std::vector<int32_t>& dls) {
+std::vector<fundra::TString> readNames(Word store, const std::vector<int32_t>& dls) {
   fundra::ElementSpace* space = nullptr;
   send(store, storefile::kHGtH, &space);
-  std::vector<std::string> names;
-  names.reserve(dls.size());
-  fundra::TString s;
-  for (int32_t dl : dls) {
+  std::vector<fundra::TString> names(dls.size());
+  for (size_t k = 0; k < dls.size(); ++k) {
+    fundra::TString& s = names[k];
     DLView v;
-    if (!space || dl <= 0 || dlOpen(space, dl, &v) != 0) {
-      readName(store, dl, &s);
-      names.emplace_back(s.View());
+    if (!space || dls[k] <= 0 || dlOpen(space, dls[k], &v) != 0) {
+      readName(store, dls[k], &s);
       continue;
     }
     int32_t i = dlFind(v, kNameKey);
     const Item* it = i < 0 ? nullptr : &v.item(i);
     int32_t size = it && it->ref >= 1 && typeOf(it->kind) == kBlob ? space->LmSize(it->ref) : -1;
-    names.push_back(size < 0 ? std::string() : importName(space->LmGet(it->ref), size));
+    if (size < 0) continue;
+    const uint8_t* at = space->LmGet(it->ref);
+    if (s.Import(at, size, 0) < 0) s.OldImport(at, 0, size);
   }
   return names;
 }

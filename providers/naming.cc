@@ -4,8 +4,8 @@
 // Texts: the type's name is CoTN of the type's table; the prompts (NCPt, RCPt), the proposals
 // (DCNm, DCNN) and the alert (DCNE) are table 18100's. A text the tables lack shows its marker
 // ("[?18100.NCPt]"), so a missing text is seen rather than silently empty.
+#include <functional>
 #include <string_view>
-#include <unordered_set>
 
 #include "platform/fundra/dialogs.h"
 #include "providers/companions.h"
@@ -24,6 +24,32 @@ TString* stringArg(Word w) { return zelkor::asPtr<TString>(w); }
 
 TString typeNameOf(const RecordFields& f) { return TString(f.table(), kCoTN); }
 
+// The names of a type, for one proposal: open addressing over the names read, at most half full,
+// so that a candidate costs a hash and a probe or two and the set allocates once.
+class NameSet {
+ public:
+  explicit NameSet(const std::vector<TString>& names) {
+    size_t capacity = 16;
+    while (capacity < names.size() * 2) capacity *= 2;
+    slots_.assign(capacity, nullptr);
+    for (const TString& name : names) {
+      size_t i = slotOf(name.View());
+      if (!slots_[i]) slots_[i] = &name;
+    }
+  }
+  bool contains(std::string_view name) const { return slots_[slotOf(name)] != nullptr; }
+
+ private:
+  // The slot that holds the name, or the empty slot where it would go.
+  size_t slotOf(std::string_view name) const {
+    size_t mask = slots_.size() - 1;
+    size_t i = std::hash<std::string_view>()(name) & mask;
+    while (slots_[i] && slots_[i]->View() != name) i = (i + 1) & mask;
+    return i;
+  }
+  std::vector<const TString*> slots_;
+};
+
 }  // namespace
 
 // Candidates DCNm (type name, 0), then DCNN (type name, n) for n = 1, 2, ..., each cut to its
@@ -35,14 +61,16 @@ TString typeNameOf(const RecordFields& f) { return TString(f.table(), kCoTN); }
 // stops after count + 1 candidates with the last, and the user who keeps it sees the alert.
 TString collProposeName(Object* self, int32_t rec, const TString& typeName) {
   Word store = collData(self)->store;
-  std::vector<std::string> names = readNames(store, listOf(store, rec, kContainersKey));
-  std::unordered_set<std::string_view> taken(names.begin(), names.end());
+  std::vector<TString> names = readNames(store, listOf(store, rec, kContainersKey));
+  NameSet taken(names);
+  // The formats are loaded once (a missing one is its marker, as a keyed SPrintf shows it).
+  const TString first(kContainerTexts, kDCNm), further(kContainerTexts, kDCNN);
   TString candidate;
   for (size_t n = 0;; ++n) {
     if (n == 0)
-      candidate.SPrintf(kContainerTexts, kDCNm, typeName, 0);
+      candidate.SPrintf(first, typeName, 0);
     else
-      candidate.SPrintf(kContainerTexts, kDCNN, typeName, int32_t(n));
+      candidate.SPrintf(further, typeName, int32_t(n));
     if (candidate.ByteLength() > kProposalLength) candidate = candidate.Left(kProposalLength);
     if (!taken.contains(candidate.View()) || n >= names.size()) return candidate;
   }

@@ -5,7 +5,8 @@
 //                                "New folder 1" ... "New folder 999": the proposal ("New folder
 //                                1000", the 1,001st candidate), the prompt and a dialog that
 //                                cancels at once; µs per proposal
-//   BM_ProposeReferenceSearch    the Part's search as a plain loop over the same names in memory:
+//   BM_ProposeReferenceSearch    the proposal's search done directly, over the same names in
+//   memory:
 //                                each candidate compared with the names in order until one is
 //                                equal (501,500 TString comparisons)
 //   BM_ProposeReferenceCandidates  one TString comparison per candidate (1,001), each with a name

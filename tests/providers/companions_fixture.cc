@@ -1,5 +1,6 @@
 #include "tests/providers/companions_fixture.h"
 
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
@@ -118,6 +119,27 @@ std::vector<uint8_t> CompanionTest::dataOf(int32_t dl) {
   std::vector<uint8_t> bytes(size_t(i32(S(store, kTSSD, dl))));
   if (!bytes.empty()) S(store, kTSRD, dl, bytes.data(), int32_t(bytes.size()));
   return bytes;
+}
+
+std::string CompanionTest::describe(int32_t dl) {
+  Word owner = S(store, kTSCS, dl);
+  std::string out = fcString(u32(S(store, kTSDT, dl))) + " owner " +
+                    (owner ? fcString(u32(owner)) : "0") + (S(store, kTSTS, dl) ? " shared" : "");
+  std::vector<uint8_t> data = dataOf(dl);
+  if (data.size() < 8) return out + (data.empty() ? ", no data" : ", short data");
+  auto word = [&](size_t at) {
+    return uint32_t(data[at]) | uint32_t(data[at + 1]) << 8 | uint32_t(data[at + 2]) << 16 |
+           uint32_t(data[at + 3]) << 24;
+  };
+  FourCC tag = word(0);
+  out += ": " + fcString(tag) + " " + std::to_string(data[4] | data[5] << 8) + " " +
+         std::to_string(data[6] | data[7] << 8) + " |";
+  char hex[16];
+  for (size_t at = 8; at + 4 <= data.size(); at += 4) {
+    std::snprintf(hex, sizeof hex, at == 8 ? " %u" : " 0x%x", word(at));
+    out += hex;
+  }
+  return out;
 }
 
 }  // namespace zt

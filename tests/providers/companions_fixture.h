@@ -48,6 +48,9 @@ class CompanionTest : public ProTest {
   V alerts();
   // The data area of a DL, as bytes.
   std::vector<uint8_t> dataOf(int32_t dl);
+  // A DL as a person reads it: uType, owner module, shared flag, then its data area: the persist
+  // header and each further word ("PCtn owner 0 shared: PCt. 256 256 | 18190 0x2 0x0 0x0").
+  std::string describe(int32_t dl);
 
   fundra::ScriptedDialogs dialogs;
   Object* containers = nullptr;  // the manager's @PCL

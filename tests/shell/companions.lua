@@ -1,12 +1,9 @@
--- The provider companions driven as another module drives them: a folder type whose texts are the
--- application's (table 18150), folders named through the naming dialog, placed, renamed, linked
--- and forgotten through the manager, and a keyed container of a module's own; a tree watch checks
--- each step. Then a store saved and opened again: defining the folder type once more shows the
--- folders where they were.
+-- User containers driven as another module drives them: a folder type whose texts are the
+-- application's (table 18150), folders named through the naming dialog, placed, renamed and
+-- forgotten through the manager; a tree watch checks each step. Then a store saved and opened
+-- again: defining the folder type once more shows the folders where they were.
 local work = ...
 assert(work, "usage: companions.lua WORKDIR")
-
-local function i32(v) return v >= 0x80000000 and v - 0x100000000 or v end
 
 local store = zove.memstore(1)
 zove.expect(store:send("TSIn", store, 1), 0)
@@ -43,8 +40,8 @@ local function manage(st)
 end
 local manager, watch, events = manage(store)
 local s = zove.string()
-local function name(p, kind)
-  manager:send("PGNm", p, s, kind or 0)
+local function name(p)
+  manager:send("PGNm", p, s, 0)
   return s.text
 end
 
@@ -87,8 +84,7 @@ zove.expect(events(), {"PoXA 0 " .. garden, "PoXA 0 " .. shed, "PoXA " .. garden
 zove.expect(manager:send("PGAb", garden), 2)
 watch:check("after placing")
 
--- PAbl: 10 while the garden shows the note, 14 for the empty shed; a folder showing a note is
--- not forgotten.
+-- PAbl: 10 while the garden shows the note, 14 for the empty shed, and PFog agrees.
 local w = zove.word()
 zove.expect({manager:send("PAbl", garden, w, 0), w.value}, {0, 10})
 zove.expect({manager:send("PAbl", shed, w, 0), w.value}, {0, 14})
@@ -108,40 +104,13 @@ zove.expect(manager:send("PRen", garden, 0), 0, "its own name: nothing changes")
 zove.expect(events(), {})
 zove.queries()
 
--- A link to the note in the shed: the shed's uType names the link type; it is named through
--- its target and carries its abilities.
-assert(manager:send("PLCT", "Fold", 18150) > 0)
-local link = manager:send("PLnk", shed, seeds)
-zove.expect(events(), {"PoXA " .. shed .. " " .. link, "PoXP 0 " .. shed})
-zove.expect({name(link), store:send("TSCS", link)}, {"Seeds", zove.fc("PLK1")})
-zove.expect(manager:send("PGAb", link), i32(0x80000100))
-zove.expect({manager:send("PAbl", link, w, 0), w.value}, {0, 4})
-watch:check("after linking")
-
--- The shed shows its link, so it stays; once the link is forgotten (through the link object), the
--- shed goes: hidden, then every reference to it cut.
-zove.expect(manager:send("PFog", shed, 0), -841)
-zove.expect(manager:send("PULk", shed, seeds), 0)
-zove.expect(events(), {"PoXD " .. shed .. " " .. link, "PoXP 0 " .. shed})
-zove.expect(manager:send("PEnL", seeds, 0), 0, "the link left its target's list")
+-- Forgetting: a folder showing a note stays; the empty shed goes, hidden first, then every
+-- reference to it cut.
 zove.expect(manager:send("PFog", shed, 0), 0)
 zove.expect(events(), {"PoXD 0 " .. shed, "PoXP 0 0"})
 zove.expect(manager:send("PcFC", "Fold", zove.string("garden")), 0)
 zove.expect(manager:send("PoIA", 0, 1), 0, "the garden alone at the top")
 watch:check("after forgetting")
-
--- A keyed container of a module's own: a @PCO set up with the module's signature, which hears
--- the manager announce itself when the store's controllers are told again (TSTM).
-local keyed = zove.new("@PCO")
-keyed:send("Setu", store, "INBX", 0)
-store:send("TSTM")
-zove.expect(keyed:send("PmGP"), zove.id(manager))
-local inbox = keyed:send("PoCC", 0, "Inbx", 18150, 0x2)
-zove.expect({events(), name(inbox), keyed:send("PoGC", "Inbx")}, {{"PoXA 0 " .. inbox}, "Inbox", inbox})
-zove.expect(keyed:send("PoCC", 0, "Inbx", 18150, 0x2), inbox, "one container per key")
-zove.expect(events(), {"PoXM 0 " .. inbox})
-zove.expect({manager:send("PAbl", inbox, w, 0), w.value}, {0, 8})
-watch:check("after the inbox")
 
 -- Saved, and opened again: only the root is shown until the folder type is defined once more.
 local path = work .. "/folders.zove"

@@ -155,8 +155,8 @@ Word collGetAble(Object* self, const Msg& m) {
 }
 
 // PFog (p): kContainerNotEmpty while p shows a child and its type lacks kAbLinkFolder; else p is
-// hidden (PmHd) and every reference to it is cut (TSDR): its place in its parent's `_pk#`, in its
-// type's `PCo#`, and the links' part links to it.
+// hidden (PmHd) and every reference to it is cut (TSDR): its place in its parent's `_pk#` and in
+// its type's `PCo#`, and the status record of each link to it, which holds it by a part link.
 Word collForget(Object* self, const Msg& m) {
   CollData* d = collData(self);
   int32_t p = i32(m.w[0]);

@@ -146,25 +146,6 @@ TEST_F(Forwarding, MessagesResolveOnlyProvidersTheManagerKnows) {
             (V{"PTMv " + st + " 3", "PTMv " + su + " 4", "PInR " + st + " 0"}));
 }
 
-// With no companion class loaded, the companion objects are 0: their selectors reach nobody and
-// answer 0, and the manager's own PLNL makes no link.
-TEST_F(Forwarding, CompanionSelectorsWithoutCompanionsAnswerZero) {
-  if (ZelkorLookup(kContainerSig) || ZelkorLookup(kLinkSig)) GTEST_SKIP() << "companions loaded";
-  int32_t p = provider();
-  fundra::TString name("Box");
-  EXPECT_EQ(S(manager, kPcCT, fc("Box "), 18100, 0), 0);
-  EXPECT_EQ(S(manager, kPcGT, p), 0);
-  EXPECT_EQ(S(manager, kPcNC, fc("Box "), &name), 0);
-  EXPECT_EQ(S(manager, kPcFC, fc("Box "), &name), 0);
-  EXPECT_EQ(S(manager, kPLCT, fc("Lnk "), 18100), 0);
-  EXPECT_EQ(S(manager, kPLNL, fc("Lnk "), 0, p), 0);
-  EXPECT_EQ(linksTo(p), std::vector<int32_t>{});
-  Object* another = asObject(S(ZelkorLookup(kProSig), kNew_));
-  EXPECT_EQ(S(another, kSetu, store), 0) << "Setu answers the link object";
-  EXPECT_EQ(asserts(), V{}) << "the store refused the second PRO1 controller quietly";
-  S(another, kDspo);
-}
-
 // A controller's answers are taken at their word: abilities with every bit set (the link and root
 // bits among them) are written as they come, with 0x4 from the invisible flag; a move test's
 // answer is passed back. The tree stays as the events say.

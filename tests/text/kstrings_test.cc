@@ -97,6 +97,7 @@ TEST_F(KStringsTest, ApplicationTextsCoverEveryKeyTheModuleUses) {
        "Rei4 Rei5 Rei6 Rei7 Runt SmWg SmDQ SmTd SmDF SmTF SmHN SmDs SmPx SmTI Cs01 CoTN "
        "PcN0 PsN0"},
       {18140, "SmDs SmPx SmNv SmAw SumM SumT NxWk Cs01 CoTN PcN0 PsN0"},
+      {18150, "CoTN CoN0 CoN1 CoN2 CoN3 LkN0 LkN1 LkN2 LkN3 PcN0 PcN1 PcN2 PcN3 PsN0"},
   };
   for (const Use& u : uses) {
     for (std::string_view keys = u.keys; keys.size() >= 4;) {

@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <string>
 
+#include "platform/fundra/dialogs.h"
 #include "platform/fundra/memory.h"
 #include "platform/fundra/rnlist.h"
 #include "platform/fundra/tdate.h"
@@ -17,6 +20,7 @@
 #include "tools/zove/commands.h"
 #include "tools/zove/storetool.h"
 #include "zove/db.h"
+#include "zove/procon.h"
 #include "zove/providers.h"
 #include "zove/store.h"
 
@@ -192,6 +196,12 @@ Word gardenAbilities(zelkor::Object* self, const zelkor::Msg& m) {
   return zelkor::send(store, kTSDT, m.w[0]) == fc("Fold") ? 0x2 : 0x100;
 }
 
+// Names them from their Name strings.
+Word gardenName(zelkor::Object* self, const zelkor::Msg& m) {
+  zelkor::send(zelkor::send(self, kPGTy), kTSSg, m.w[0], fc("Name"), m.w[1]);
+  return 0;
+}
+
 void GardenBootProc(Word bootWord, Word superclass) {
   Word cls = zelkor::send(superclass, zelkor::kSubC, kGardenSig, 1, 0);
   if (!cls) return;
@@ -199,6 +209,7 @@ void GardenBootProc(Word bootWord, Word superclass) {
   zelkor::TThread::TaskCall(0, zelkor::TransThread, zelkor::kboot, zelkor::kclsc, cls, kGardenSig);
   zelkor::Defn(gGardenClass, kSetu, gardenSetup);
   zelkor::Defn(gGardenClass, kPGAb, gardenAbilities);
+  zelkor::Defn(gGardenClass, kPGNm, gardenName);
   zelkor::TThread::TaskSched(0, bootWord, kDspo);
 }
 
@@ -258,6 +269,77 @@ Word printEvent(zelkor::Object*, const zelkor::Msg& m) {
   return 0;
 }
 
+// The user at the keyboard, played by the demo: each query is answered with the next line typed
+// (an empty line keeps the proposal, as at a terminal), and every dialog is printed as it went.
+class DemoUser : public fundra::DialogHost {
+ public:
+  explicit DemoUser(std::deque<std::string> typed) : typed_(std::move(typed)) {}
+  int32_t Query(const fundra::QueryRequest& q, fundra::TString* answer) override {
+    if (typed_.empty()) return fundra::kDialogCancelled;
+    std::string line = typed_.front();
+    typed_.pop_front();
+    std::printf("     | %s [%s]: %s\n", q.text.CStr(), q.proposal.CStr(),
+                line.empty() ? "(Enter: the proposal kept)" : line.c_str());
+    if (!line.empty()) answer->Set(line);
+    return fundra::kDialogConfirmed;
+  }
+  int32_t Alert(uint32_t, const fundra::TString& text) override {
+    std::printf("     | ! %s\n", text.CStr());
+    return fundra::kDialogConfirmed;
+  }
+
+ private:
+  std::deque<std::string> typed_;
+};
+
+std::string nameOf(Word manager, int32_t p) {
+  fundra::TString s;
+  zelkor::send(manager, kPGNm, p, &s, 0);
+  return std::string(s.View());
+}
+
+// The user's own folders, made and named as a user does through the manager's companions: the
+// folder type's texts are the application's (table 18150), the names come from the dialogs.
+bool showFolders(Word manager, int32_t task) {
+  constexpr zelkor::FourCC kFolder = fc("Fldr");
+  DemoUser user({"Seeds", "Seeds", "Bulbs", ""});
+  fundra::DialogHost* previous = fundra::SetDialogHost(&user);
+  std::printf("   PcCT: the user's folder type 'Fldr' (its texts are table 18150's)\n");
+  zelkor::send(manager, kPcCT, kFolder, 18150, 0x2);
+  std::printf("   PcNC: a new folder; the dialog offers a free name, the user types one\n");
+  int32_t seeds = i32(zelkor::send(manager, kPcNC, kFolder, 0));
+  std::printf("   PcNC: another; a name that is taken brings an alert\n");
+  int32_t bulbs = i32(zelkor::send(manager, kPcNC, kFolder, 0));
+  std::printf("   PcNC: a third; the user keeps the proposal\n");
+  int32_t spare = i32(zelkor::send(manager, kPcNC, kFolder, 0));
+  std::printf("   PmSh: the three at the top (a new folder is placed by its maker)\n");
+  for (int32_t f : {seeds, bulbs, spare}) zelkor::send(manager, kPmSh, 0, f);
+  std::printf("   PLCT, PLnk: the folders' link type, and a link in Bulbs to the task DL %d\n",
+              task);
+  zelkor::send(manager, kPLCT, kFolder, 18150);
+  int32_t link = i32(zelkor::send(manager, kPLnk, bulbs, task));
+  DemoUser renamer({"Seedlings"});
+  fundra::SetDialogHost(&renamer);
+  std::printf("   PRen: Seeds renamed; the dialog offers its current name\n");
+  int32_t renamed = i32(zelkor::send(manager, kPRen, seeds, 0));
+  int32_t kept = i32(zelkor::send(manager, kPFog, bulbs, 0));
+  std::printf("   PFog: Bulbs shows a link, so it stays (%s); the spare folder goes\n",
+              zelkor::codeName(kept).c_str());
+  int32_t forgot = i32(zelkor::send(manager, kPFog, spare, 0));
+  fundra::SetDialogHost(previous);
+  if (seeds <= 0 || bulbs <= 0 || spare <= 0 || link <= 0 || renamed != 0 ||
+      kept != kContainerNotEmpty || forgot != 0) {
+    std::fprintf(stderr, "zove demo: the folders did not behave as described\n");
+    return false;
+  }
+  std::printf(
+      "   The folders are DLs %d \"%s\" and %d \"%s\", owned by the container object's module\n"
+      "   DL (PCL1), which answers for them; the link DL %d \"%s\" is the link object's (PLK1).\n",
+      seeds, nameOf(manager, seeds).c_str(), bulbs, nameOf(manager, bulbs).c_str(), link,
+      nameOf(manager, link).c_str());
+  return true;
+}
+
 bool showTree(Tour& t, const Garden& g) {
   Word store = t.store();
   Word manager = zelkor::send(zelkor::ZelkorLookup(kProSig), kSdNw, store);
@@ -303,6 +385,7 @@ bool showTree(Tour& t, const Garden& g) {
   zelkor::send(manager, kPmSh, 0, tasks[2]);
   std::printf("   PMov: the last task moved to the top\n");
   zelkor::send(manager, kPMov, 0, tasks[2]);
+  if (!showFolders(manager, tasks[2])) return false;
   fundra::TString mirror, differences;
   int32_t shownCount = i32(zelkor::send(watch, kPwDm, &mirror));
   int32_t reports = i32(zelkor::send(watch, kPwRp, nullptr));
@@ -318,10 +401,13 @@ bool showTree(Tour& t, const Garden& g) {
       "   A tree watch (@PTW) heard the same events and built the tree from them alone: it\n"
       "   shows %d providers, every event applied, and agrees with the manager:\n",
       shownCount);
+  // The mirror's lines, each a DL indented by its depth, with the name the manager gives it.
   std::string text(mirror.View());
   for (size_t at = 0; at < text.size();) {
     size_t end = text.find('\n', at);
-    std::printf("     %s\n", text.substr(at, end - at).c_str());
+    std::string line = text.substr(at, end - at);
+    int32_t p = std::atoi(line.c_str() + line.find_first_not_of(' '));
+    std::printf("     %s \"%s\"\n", line.c_str(), nameOf(manager, p).c_str());
     at = end + 1;
   }
   std::printf("\n");

@@ -53,7 +53,7 @@ fuzz: setup
 	cmake --build $(FUZZ) -j $(JOBS)
 
 format:
-	find platform store include app tools tests bench fuzz -name '*.cc' -o -name '*.h' | xargs clang-format -i
+	git ls-files '*.cc' '*.h' | xargs clang-format -i
 
 clean:
 	rm -rf build

@@ -35,23 +35,6 @@ std::string hex(const uint8_t* p, int32_t n) {
   return out;
 }
 
-std::string jsonString(std::string_view s) {
-  std::string out = "\"";
-  for (unsigned char c : s) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += char(c);
-    } else if (c < 0x20) {
-      char buf[8];
-      std::snprintf(buf, sizeof buf, "\\u%04x", c);
-      out += buf;
-    } else {
-      out += char(c);
-    }
-  }
-  return out + "\"";
-}
-
 // A FourCC for JSON: its four characters when printable, else its number.
 std::string jsonCode(uint32_t code) {
   return isPrintableCode(code) ? jsonString(zelkor::fcString(code)) : std::to_string(code);

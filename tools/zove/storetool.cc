@@ -129,6 +129,23 @@ std::string kindName(uint32_t type) {
   return buf;
 }
 
+std::string jsonString(std::string_view text) {
+  std::string out = "\"";
+  for (unsigned char c : text) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += char(c);
+    } else if (c < 0x20) {
+      char buf[8];
+      std::snprintf(buf, sizeof buf, "\\u%04x", c);
+      out += buf;
+    } else {
+      out += char(c);
+    }
+  }
+  return out + "\"";
+}
+
 namespace {
 Progress* gDrawing = nullptr;  // the progress that may have a line on the terminal
 }  // namespace

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/fundra/space.h"
@@ -82,6 +83,9 @@ std::string fourccName(uint32_t code);
 // "blob", "handle", "part link", "list", "weak list", "weak handle", "immediate", "vhandle", or
 // the type in hexadecimal.
 std::string kindName(uint32_t type);
+// The text as a JSON string: quotes and backslashes escaped, control bytes as \u00XX, other
+// bytes as they are.
+std::string jsonString(std::string_view text);
 
 // Progress of a long operation, shown on stderr only when it is a terminal: "what: done/total",
 // redrawn at most ten times a second and erased when the operation ends. A command that prints

@@ -161,23 +161,6 @@ void printText(const std::string& path, int32_t root, const std::vector<Node>& n
 
 std::string jsonRef(int32_t dl) { return dl ? std::to_string(dl) : "null"; }
 
-std::string jsonString(const std::string& text) {
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += char(c);
-    } else if (c < 0x20) {
-      char buf[8];
-      std::snprintf(buf, sizeof buf, "\\u%04x", c);
-      out += buf;
-    } else {
-      out += char(c);
-    }
-  }
-  return out + "\"";
-}
-
 void printJson(const std::string& path, int32_t root, const std::vector<Node>& nodes) {
   std::printf("{\"file\": %s, \"root\": %s, \"providers\": [", jsonString(path).c_str(),
               jsonRef(root).c_str());

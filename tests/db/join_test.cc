@@ -2,7 +2,6 @@
 // registers as its signature's controller, hears the store's notices, and goes with its store.
 // (The modeler's forwarding and the property type's names are driven through the shell:
 // tests/shell/db.lua.)
-#include "platform/zelkor/codes.h"
 #include "tests/db/db_fixture.h"
 
 namespace zt {
@@ -41,12 +40,15 @@ TEST_F(DbJoin, AnExistingModuleDLIsBoundThroughXTSLAndNotMadeAgain) {
   EXPECT_EQ(S(store, kTSLC, 1, kModsKey), 1);
   EXPECT_EQ(S(store, kTSGM, kTestSig), objWord(db));
 
-  // A notice for another signature is answered with that signature and changes nothing.
+  // Notices for another signature or another store are answered and change nothing: XTSL with
+  // that signature, XTSC (a store going) with that store.
   Object* other = newBareStore();
   EXPECT_EQ(S(db, kXTSL, other, fc("OPTS"), 99), toWord(fc("OPTS")));
   EXPECT_EQ(S(db, kSdRR), module);
   EXPECT_EQ(S(db, kPGTy), objWord(store));
+  EXPECT_EQ(S(db, kXTSC, other), objWord(other));
   S(other, kDspo);
+  EXPECT_TRUE(isLiveObject(objWord(db)));
 }
 
 TEST_F(DbJoin, ADatabaseSetUpBeforeInstallJoinsThroughTheInstallNotices) {
@@ -74,17 +76,6 @@ TEST_F(DbJoin, TIniIsSdNwWithTheStoreAlone) {
   EXPECT_NE(S(objWord(findClass(kDbSig)->classObject), kLkUp, kTIni), 0);
 }
 
-TEST_F(DbJoin, XTSCDisposesOnlyTheDatabasesOfTheStoreGoing) {
-  Object* db = newDb(store);
-  Object* other = newBareStore();
-  EXPECT_EQ(S(db, kXTSC, other), objWord(other));
-  EXPECT_TRUE(isLiveObject(objWord(db)));
-  S(other, kDspo);
-  S(store, kDspo);
-  store = nullptr;
-  EXPECT_FALSE(isLiveObject(objWord(db)));
-}
-
 TEST_F(DbJoin, SetupRefusedTwiceAndWithoutAStore) {
   Object* db = newDb(store);
   int32_t module = i32(S(db, kSdRR));
@@ -101,13 +92,6 @@ TEST_F(DbJoin, SetupRefusedTwiceAndWithoutAStore) {
   EXPECT_EQ(S(lone, kPInB, 5), 0);
   EXPECT_EQ(S(lone, kDspo), 0);
   EXPECT_TRUE(cap.take().empty());
-}
-
-TEST(DbCodes, TheModelersCodeHasAName) {
-  EXPECT_EQ(codeName(kNoResponder), "-833 (kNoResponder)");
-  const RegisteredCode* code = findCode(kNoResponder);
-  ASSERT_TRUE(code);
-  EXPECT_STREQ(code->library, "db");
 }
 
 }  // namespace

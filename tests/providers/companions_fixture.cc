@@ -1,10 +1,7 @@
 #include "tests/providers/companions_fixture.h"
 
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-
-#include "platform/fundra/memory.h"
 
 namespace zt {
 
@@ -89,12 +86,7 @@ std::string CompanionTest::stored(int32_t p) {
 int32_t CompanionTest::typeRecord(FourCC type) { return item(i32(S(containers, kSdRR)), type); }
 
 std::vector<int32_t> CompanionTest::containersOf(FourCC type) {
-  fundra::TMemory mem;
-  int32_t rec = typeRecord(type);
-  if (rec <= 0 || S(store, kTSLt, rec, kContainersKey, &mem) != 0) return {};
-  std::vector<int32_t> out(size_t(mem.GetSize() / 4));
-  if (!out.empty()) std::memcpy(out.data(), mem.MemPtr(), out.size() * 4);
-  return out;
+  return listOf(typeRecord(type), kContainersKey);
 }
 
 int32_t CompanionTest::findNamed(const std::string& name, FourCC type) {

@@ -23,8 +23,6 @@ constexpr uint16_t kBoxTable = 18190;        // the tests' own type texts: a "bo
 constexpr uint16_t kShelfTable = 18191;      // a "shelf"
 constexpr FourCC kKeyedModule = fc("KEYD");  // the module of the test's keyed container class
 
-using V = std::vector<std::string>;
-
 class CompanionTest : public ProTest {
  protected:
   void SetUp() override;

@@ -55,7 +55,7 @@ TEST_F(Naming, ANewContainerIsNamedFromAFreeProposalThroughTheDialog) {
   EXPECT_EQ(asked[0].proposal.View(), "New box");
   EXPECT_EQ(asked[0].style, 18u);
   EXPECT_EQ(asked[0].length, -31);
-  EXPECT_EQ(containersOf(kBox), std::vector<int32_t>{}) << "a cancel makes nothing";
+  EXPECT_EQ(containersOf(kBox), L{}) << "a cancel makes nothing";
 
   dialogs.QueueAnswer("Seeds");
   int32_t seeds = i32(S(manager, kPcNC, kBox, 0));
@@ -84,7 +84,7 @@ TEST_F(Naming, ANewContainerIsNamedFromAFreeProposalThroughTheDialog) {
   EXPECT_EQ(stored(beans), "Beans");
   EXPECT_EQ(alerts(), V{"A box named \"Seeds\" already exists. Choose another name."});
   EXPECT_EQ(queries(), (V{"Name of the new box: [New box 2]", "Name of the new box: [Seeds]"}));
-  EXPECT_EQ(containersOf(kBox), (std::vector<int32_t>{seeds, first, second, beans}));
+  EXPECT_EQ(containersOf(kBox), (L{seeds, first, second, beans}));
   EXPECT_EQ(findNamed("New box 1"), second);
   EXPECT_EQ(findNamed("New box 3"), 0);
   EXPECT_EQ(S(manager, kPcFC, kBox, 0), 0) << "no name to find";
@@ -120,7 +120,7 @@ TEST_F(Naming, NamesOfAnyLengthAndScriptAreKeptAndComparedByteForByte) {
     EXPECT_EQ(findNamed(name), c) << n;
   }
   V names = {"Café", "café", "CAFÉ", "Cafe\xcc\x81", "Cafe", "Κήπος", "庭", "حديقة", "🌱 seeds"};
-  std::vector<int32_t> made;
+  L made;
   for (const std::string& n : names) made.push_back(container(n));
   for (size_t i = 0; i < names.size(); ++i) EXPECT_EQ(findNamed(names[i]), made[i]) << names[i];
 
@@ -253,14 +253,14 @@ TEST_F(Forgetting, AContainerGoesWithEveryReferenceUnlessItShowsAChild) {
   EXPECT_EQ(S(manager, kPFog, a, 0), kContainerNotEmpty);
   EXPECT_EQ(events(), V{});
   EXPECT_TRUE(shown(a));
-  EXPECT_EQ(containersOf(kBox), (std::vector<int32_t>{a, b}));
+  EXPECT_EQ(containersOf(kBox), (L{a, b}));
 
   // Shown, with nothing below: hidden, then cut from its parent's list and its type's.
   show(0, b);
   EXPECT_EQ(S(manager, kPFog, b, 0), 0);
   EXPECT_EQ(events(), (V{ev("PoXD", {0, b}), ev("PoXP", {0, 0})}));
-  EXPECT_EQ(containersOf(kBox), std::vector<int32_t>{a});
-  EXPECT_EQ(children(0), std::vector<int32_t>{a});
+  EXPECT_EQ(containersOf(kBox), L{a});
+  EXPECT_EQ(children(0), L{a});
   EXPECT_EQ(findNamed("B"), 0);
 
   // Hidden with its child: nothing to hide, every reference cut. The child, which only the
@@ -269,8 +269,8 @@ TEST_F(Forgetting, AContainerGoesWithEveryReferenceUnlessItShowsAChild) {
   events();
   EXPECT_EQ(S(manager, kPFog, a, 0), 0);
   EXPECT_EQ(events(), V{});
-  EXPECT_EQ(containersOf(kBox), std::vector<int32_t>{});
-  EXPECT_EQ(children(0), std::vector<int32_t>{});
+  EXPECT_EQ(containersOf(kBox), L{});
+  EXPECT_EQ(children(0), L{});
 
   // A link folder goes with its shown children, hidden first.
   int32_t shelf = container("Shelf", kShelf);
@@ -279,7 +279,7 @@ TEST_F(Forgetting, AContainerGoesWithEveryReferenceUnlessItShowsAChild) {
   show(shelf, inside);
   EXPECT_EQ(S(manager, kPFog, shelf, 0), 0);
   EXPECT_EQ(events(), (V{ev("PoXD", {0, shelf}), ev("PoXD", {shelf, inside}), ev("PoXP", {0, 0})}));
-  EXPECT_EQ(containersOf(kShelf), std::vector<int32_t>{});
+  EXPECT_EQ(containersOf(kShelf), L{});
   EXPECT_EQ(S(store, kTSGC), 0);
   EXPECT_EQ(S(store, kTSCk), 1) << "the store is sound after the cut and a collection";
 }
@@ -332,7 +332,7 @@ TEST_F(Types, DamagedTypeRecordsReadAsMissingAndDefiningAgainKeepsTheirContainer
   EXPECT_EQ(findNamed("A"), 0);
   int32_t fresh = define(kBox);
   EXPECT_NE(fresh, small);
-  EXPECT_EQ(containersOf(kBox), std::vector<int32_t>{a});
+  EXPECT_EQ(containersOf(kBox), L{a});
   EXPECT_EQ(findNamed("A"), a);
   EXPECT_EQ(events(), V{ev("PoXM", {0, a})}) << "shown, so announced with its type";
 

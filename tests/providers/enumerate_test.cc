@@ -7,10 +7,6 @@ namespace zt {
 namespace {
 
 using Enumeration = ProTest;
-using V = std::vector<std::string>;
-using L = std::vector<int32_t>;
-
-L items(const fundra::RNList& l) { return L(l.Data(), l.Data() + l.Count()); }
 
 TEST_F(Enumeration, AFilterLetsThroughByMaskAndValueOrAnyOfTheValuesOutsideTheMask) {
   int32_t parent = provider();

@@ -7,8 +7,6 @@ namespace zt {
 namespace {
 
 using Events = ProTest;
-using V = std::vector<std::string>;
-using L = std::vector<int32_t>;
 
 TEST_F(Events, AnInnerBracketClosesSilentlyWhileOneAboveIsOpen) {
   int32_t a = provider(), b = provider();

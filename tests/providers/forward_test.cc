@@ -9,7 +9,6 @@ namespace zt {
 namespace {
 
 using Forwarding = ProTest;
-using V = std::vector<std::string>;
 
 // A chain of n links ending at a plain provider: answers the first link (or the provider).
 struct Chain {

@@ -6,8 +6,6 @@ namespace zt {
 namespace {
 
 using Links = ProTest;
-using V = std::vector<std::string>;
-using L = std::vector<int32_t>;
 
 TEST_F(Links, ALinkIsMadeOnceUnderItsParentWhichItMustStayBelow) {
   useCompanions();

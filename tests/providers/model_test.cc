@@ -12,13 +12,11 @@
 // seed alone.
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <random>
 #include <set>
 #include <sstream>
 
-#include "platform/fundra/memory.h"
 #include "tests/providers/pro_fixture.h"
 
 namespace zt {
@@ -318,21 +316,9 @@ class ModelRun : public ProTest {
 
  private:
   std::string compare(Model& model);
-  std::vector<int32_t> listOf(int32_t dl, FourCC key);
-  int32_t newProvider();
 
   std::vector<int32_t> live_;  // providers made and not forgotten
 };
-
-std::vector<int32_t> ModelRun::listOf(int32_t dl, FourCC key) {
-  fundra::TMemory mem;
-  if (S(store, kTSLt, dl, key, &mem) != 0) return {};
-  std::vector<int32_t> out(size_t(mem.GetSize() / 4));
-  if (!out.empty()) std::memcpy(out.data(), mem.MemPtr(), out.size() * 4);
-  return out;
-}
-
-int32_t ModelRun::newProvider() { return provider(); }
 
 // The store against the model, provider by provider; "" when they agree.
 std::string ModelRun::compare(Model& model) {
@@ -388,7 +374,7 @@ bool ModelRun::run(uint32_t seed, int steps) {
     std::ostringstream op;
     int kind = int(rng() % 100);
     if (live_.size() < 3 || (kind < 8 && live_.size() < 40)) {
-      int32_t p = newProvider();
+      int32_t p = provider();
       model.nodes().erase(p);  // a number used before names a new DL
       model.madeLinks().erase(p);
       live_.push_back(p);

@@ -7,8 +7,6 @@ namespace zt {
 namespace {
 
 using Moves = ProTest;
-using V = std::vector<std::string>;
-using L = std::vector<int32_t>;
 
 TEST_F(Moves, AMoveCarriesTheSubtreeAndShiftsOnlyShownDepths) {
   int32_t a = provider(), b = provider(), p = provider(), shownChild = provider();

@@ -29,11 +29,10 @@ void hear(const Msg& m, int words) {
   controllers().heard.push_back(line);
 }
 
-Word ctlSetup(Object* self, const Msg& m) {
-  return ClassData::pass(gController, self, kSetu, m.w[0], kCtlSig, 0);
-}
-Word plainSetup(Object* self, const Msg& m) {
-  return ClassData::pass(gPlain, self, kSetu, m.w[0], kPlainSig, 0);
+// Setu of a module's class: its signature passed up.
+template <ClassRec*& cls, FourCC sig>
+Word setupAs(Object* self, const Msg& m) {
+  return ClassData::pass(cls, self, kSetu, m.w[0], sig, 0);
 }
 Word ctlAbilities(Object*, const Msg& m) {
   auto it = controllers().abilities.find(i32(m.w[0]));
@@ -53,7 +52,7 @@ Word ctlMenuName(Object*, const Msg& m) {
   return m.w[2] + m.w[3] + m.w[4];
 }
 // PFog (p, word): as the link and container classes do, hide p, then cut every reference to it.
-Word ctlForget(Object* self, const Msg& m) {
+Word forget(Object* self, const Msg& m) {
   hear(m, 2);
   S(S(self, kPmGP), kPmHd, m.w[0]);
   S(S(self, kPGTy), kTSDR, m.w[0]);
@@ -72,9 +71,6 @@ Word ctlAnswer(Object*, const Msg& m) {
   return 0;
 }
 
-Word linkerSetup(Object* self, const Msg& m) {
-  return ClassData::pass(gLinker, self, kSetu, m.w[0], kLinkModSig, 0);
-}
 Word linkerNewLink(Object* self, const Msg& m) {
   Word store = S(self, kPGTy);
   FourCC type = u32(m.w[0]) ? u32(m.w[0]) : fc("Link");
@@ -88,12 +84,6 @@ Word linkerAbilities(Object* self, const Msg& m) {
   Word manager = S(self, kPmGP);
   S(manager, kPRvL, &next, 1);
   return toWord(u32(S(manager, kPGAb, next)) | kAbLink);
-}
-Word linkerForget(Object* self, const Msg& m) {
-  hear(m, 2);
-  S(S(self, kPmGP), kPmHd, m.w[0]);
-  S(S(self, kPGTy), kTSDR, m.w[0]);
-  return 0;
 }
 Word containersType(Object*, const Msg& m) {
   return controllers().containerStore ? S(controllers().containerStore, kTSDT, m.w[0]) : 0;
@@ -112,22 +102,22 @@ struct Boot : ::testing::Environment {
   void SetUp() override {
     ZelkorBoot();
     gController = makeSubclass(findClass(kDmodSig), fc("tCT1"), 0);
-    Defn(gController, kSetu, ctlSetup);
+    Defn(gController, kSetu, setupAs<gController, kCtlSig>);
     Defn(gController, kPGAb, ctlAbilities);
     Defn(gController, kPGNm, ctlName);
     Defn(gController, kPGSN, ctlSortName);
     Defn(gController, kPGMN, ctlMenuName);
-    Defn(gController, kPFog, ctlForget);
+    Defn(gController, kPFog, forget);
     for (FourCC sel : {kPTMv, kPAbl, kPRen, kPGII, kPInR}) Defn(gController, sel, ctlAnswer);
     gPlain = makeSubclass(findClass(kDmodSig), fc("tCT2"), 0);
-    Defn(gPlain, kSetu, plainSetup);
+    Defn(gPlain, kSetu, setupAs<gPlain, kPlainSig>);
     Defn(gPlain, kPGAb, ctlAbilities);
     Defn(gPlain, kPGNm, ctlName);
     gLinker = makeSubclass(findClass(kDmodSig), fc("tLK1"), 0);
-    Defn(gLinker, kSetu, linkerSetup);
+    Defn(gLinker, kSetu, setupAs<gLinker, kLinkModSig>);
     Defn(gLinker, kPLNL, linkerNewLink);
     Defn(gLinker, kPGAb, linkerAbilities);
-    Defn(gLinker, kPFog, linkerForget);
+    Defn(gLinker, kPFog, forget);
     gContainers = makeSubclass(rootClass(), fc("tCON"), 0);
     Defn(gContainers, kPcGT, containersType);
     gEar = makeSubclass(rootClass(), fc("tEar"), 0);
@@ -242,9 +232,7 @@ int32_t ProTest::item(int32_t dl, FourCC key, FourCC getter) {
   return out;
 }
 
-namespace {
-
-std::vector<int32_t> listOf(Object* store, int32_t dl, FourCC key) {
+std::vector<int32_t> ProTest::listOf(int32_t dl, FourCC key) {
   fundra::TMemory mem;
   if (dl <= 0 || S(store, kTSLt, dl, key, &mem) != 0) return {};
   std::vector<int32_t> out(size_t(mem.GetSize() / 4));
@@ -252,10 +240,8 @@ std::vector<int32_t> listOf(Object* store, int32_t dl, FourCC key) {
   return out;
 }
 
-}  // namespace
-
-std::vector<int32_t> ProTest::children(int32_t p) { return listOf(store, status(p), kPkKey); }
-std::vector<int32_t> ProTest::linksTo(int32_t p) { return listOf(store, status(p), kPlKey); }
+std::vector<int32_t> ProTest::children(int32_t p) { return listOf(status(p), kPkKey); }
+std::vector<int32_t> ProTest::linksTo(int32_t p) { return listOf(status(p), kPlKey); }
 
 void ProTest::useCompanions() {
   linker = asObject(S(objWord(gLinker->classObject), kSdNw, store));

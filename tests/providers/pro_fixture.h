@@ -58,6 +58,12 @@ ClassRec* plainControllerClass();
 inline Word S(Object* o, FourCC sel, auto... args) { return send(o, sel, args...); }
 inline Word S(Word o, FourCC sel, auto... args) { return send(o, sel, args...); }
 
+using V = std::vector<std::string>;
+using L = std::vector<int32_t>;
+
+// The providers of a list, in order.
+inline L items(const fundra::RNList& l) { return L(l.Data(), l.Data() + l.Count()); }
+
 // An event as the recorder writes it: its four characters and its words after the manager.
 std::string ev(const char* sel, std::initializer_list<Word> words);
 
@@ -75,12 +81,6 @@ class ProTest : public ::testing::Test {
   std::vector<std::string> events();
   // The assertion reports since the last call, "source:line".
   std::vector<std::string> asserts() { return capture_.take(); }
-  // The same with the store's lines dropped ("zove"), the provider's kept ("provider:151").
-  std::vector<std::string> assertsOf() {
-    std::vector<std::string> out;
-    for (std::string& r : capture_.take()) out.push_back(r.rfind("zove:", 0) == 0 ? "zove" : r);
-    return out;
-  }
   // The watch's reports since the last call, and its comparison with the manager's tree.
   std::vector<std::string> watchReports();
   std::vector<std::string> disagreements();
@@ -91,8 +91,9 @@ class ProTest : public ::testing::Test {
   int32_t parent(int32_t p) { return i32(S(manager, kPoGP, p)); }
   bool shown(int32_t p) { return S(manager, kPmSQ, p) != 0; }
   int32_t status(int32_t p);
-  std::vector<int32_t> children(int32_t p);  // the whole `_pk#`
-  std::vector<int32_t> linksTo(int32_t p);   // the whole `_pl#`
+  std::vector<int32_t> children(int32_t p);             // the whole `_pk#`
+  std::vector<int32_t> linksTo(int32_t p);              // the whole `_pl#`
+  std::vector<int32_t> listOf(int32_t dl, FourCC key);  // a list item of a DL ({} for none)
   int32_t item(int32_t dl, FourCC key, FourCC getter = kTSHG);
 
   // Shows p under the parent and takes the events (for setting up a tree).

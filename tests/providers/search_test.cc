@@ -7,10 +7,6 @@ namespace zt {
 namespace {
 
 using Search = ProTest;
-using V = std::vector<std::string>;
-using L = std::vector<int32_t>;
-
-L items(const fundra::RNList& l) { return L(l.Data(), l.Data() + l.Count()); }
 
 TEST_F(Search, ParentsAndStepsUp) {
   int32_t a = provider(), b = provider(), c = provider(), loose = provider();

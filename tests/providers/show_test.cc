@@ -6,8 +6,6 @@ namespace zt {
 namespace {
 
 using Showing = ProTest;
-using V = std::vector<std::string>;
-using L = std::vector<int32_t>;
 
 TEST_F(Showing, APlacementUnderTheRootOrAShownParentIsAnnouncedOnce) {
   int32_t a = provider(), b = provider();

@@ -41,7 +41,7 @@ TEST_F(StatusRecords, TheRootIsTheModuleDLShownWithItsAbilities) {
   EXPECT_EQ(r.depth, 0);
   const uint8_t zeros[8] = {};
   EXPECT_EQ(std::memcmp(r.reserved, zeros, 8), 0);
-  EXPECT_EQ(events(), std::vector<std::string>{}) << "attachment sends no event";
+  EXPECT_EQ(events(), V{}) << "attachment sends no event";
 }
 
 TEST_F(StatusRecords, ARecordIsMadeOnlyBySelectorsThatWrite) {
@@ -140,8 +140,7 @@ TEST_F(StatusRecords, DamagedOrMissingRecordsAreRefusedAndKept) {
   EXPECT_EQ(S(manager, kPGAb, 99999), 0);
   S(manager, kPmSh, 0, 99999);
   EXPECT_FALSE(shown(99999));
-  EXPECT_FALSE(assertsOf().empty());
-  asserts();
+  EXPECT_FALSE(asserts().empty());
 
   // A record of the wrong size under _psp: read as no record, never written over or replaced.
   int32_t p = provider();
@@ -172,14 +171,14 @@ TEST_F(StatusRecords, DamagedOrMissingRecordsAreRefusedAndKept) {
   S(store, kTSVS, r, kPspKey, 12);
   EXPECT_EQ(S(manager, kPGAb, r), 0);
   EXPECT_EQ(item(r, kPspKey, kTSVG), 12);
-  EXPECT_EQ(events(), std::vector<std::string>{});
-  EXPECT_EQ(assertsOf(), std::vector<std::string>{});
+  EXPECT_EQ(events(), V{});
+  EXPECT_EQ(asserts(), V{});
 
   // A status DL asked for its own record: asserted, and it gets one.
   int32_t t = provider();
   S(manager, kPGAb, t);
   EXPECT_EQ(S(manager, kPGAb, status(t)), 0);
-  EXPECT_EQ(asserts(), std::vector<std::string>{"provider:199"});
+  EXPECT_EQ(asserts(), V{"provider:199"});
   EXPECT_GT(item(status(t), kPspKey), 0);
 }
 

@@ -8,9 +8,6 @@
 namespace zt {
 namespace {
 
-using V = std::vector<std::string>;
-using L = std::vector<int32_t>;
-
 constexpr int32_t kRoot = 5;
 
 TEST(TreeMirror, ReportsEventsAViewCouldNotApply) {

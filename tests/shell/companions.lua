@@ -58,13 +58,6 @@ zove.expect({asked[1].text, asked[1].proposal, asked[1].length, asked[1].style},
             {"Name of the new folder:", "New folder", -31, 18})
 zove.expect({name(garden), store:send("TSCS", garden)}, {"Garden", zove.fc("PCL1")})
 
--- The first two proposals taken, the third is offered; a cancel makes nothing.
-local taken = {zove.string("New folder"), zove.string("New folder 1")}
-for _, t in ipairs(taken) do assert(manager:send("PcNC", "Fold", t) > 0) end
-zove.answer(-1201)
-zove.expect(manager:send("PcNC", "Fold", 0), 0)
-zove.expect(zove.queries()[1].proposal, "New folder 2")
-
 -- A taken name brings the alert and the question again; another case is another name.
 zove.answer(-1203, "Garden")
 zove.answer(-1203, "garden")
@@ -84,12 +77,6 @@ zove.expect(events(), {"PoXA 0 " .. garden, "PoXA 0 " .. shed, "PoXA " .. garden
 zove.expect(manager:send("PGAb", garden), 2)
 watch:check("after placing")
 
--- PAbl: 10 while the garden shows the note, 14 for the empty shed, and PFog agrees.
-local w = zove.word()
-zove.expect({manager:send("PAbl", garden, w, 0), w.value}, {0, 10})
-zove.expect({manager:send("PAbl", shed, w, 0), w.value}, {0, 14})
-zove.expect(manager:send("PFog", garden, 0), -841)
-
 -- Renaming through the dialog, which offers the current name; the change is announced. A cancel
 -- answers the dialog's code.
 zove.answer(-1203, "Orchard")
@@ -104,8 +91,7 @@ zove.expect(manager:send("PRen", garden, 0), 0, "its own name: nothing changes")
 zove.expect(events(), {})
 zove.queries()
 
--- Forgetting: a folder showing a note stays; the empty shed goes, hidden first, then every
--- reference to it cut.
+-- Forgetting: the empty shed goes, hidden first, then every reference to it cut.
 zove.expect(manager:send("PFog", shed, 0), 0)
 zove.expect(events(), {"PoXD 0 " .. shed, "PoXP 0 0"})
 zove.expect(manager:send("PcFC", "Fold", zove.string("garden")), 0)

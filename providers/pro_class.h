@@ -73,7 +73,7 @@ struct Pro {
   ProData* d;
 
   // The store's element space, asked for once per handler; null when the store has none.
-  const fundra::ElementSpace* space() const;
+  const fundra::ElementSpace* space() const { return spaceAsked_ ? space_ : askSpace(); }
 
   Word store() const { return d->store; }
   int32_t root() const { return d->root; }
@@ -93,6 +93,7 @@ struct Pro {
   }
 
  private:
+  const fundra::ElementSpace* askSpace() const;
   mutable const fundra::ElementSpace* space_ = nullptr;
   mutable bool spaceAsked_ = false;
 };

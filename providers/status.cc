@@ -29,13 +29,13 @@ using zelkor::i32;
 using zelkor::toWord;
 using zelkor::u32;
 
-const fundra::ElementSpace* Pro::space() const {
-  if (!spaceAsked_) {
-    fundra::ElementSpace* s = nullptr;
-    toStore(storefile::kHGtH, &s);
-    space_ = s;
-    spaceAsked_ = true;
-  }
+// The first look of a handler: asked of the store (the store may have been given another space
+// since the handler before).
+const fundra::ElementSpace* Pro::askSpace() const {
+  fundra::ElementSpace* s = nullptr;
+  toStore(storefile::kHGtH, &s);
+  space_ = s;
+  spaceAsked_ = true;
   return space_;
 }
 

@@ -6,6 +6,26 @@
 //                           provider. W = 1: a tree watch listens to the events.
 //   BM_ShowHalf             the shows of BM_ShowHide alone (the hides run untimed)
 //   BM_ShowHideReference    as many TSVG + TSVS pairs on the store, on DLs of a few items
+//   BM_ShowHideFloor        the work a show and a hide of the same tree cannot do without, done
+//                           directly, without the manager, as one plain loop per parent:
+//                             the element space asked for (HGtH) once per provider shown and once
+//                             per parent hidden, as each of the manager's calls must;
+//                             show of each provider: its DL opened for `_psp`, its status DL for
+//                             the record, `_ppa` and `_pl#`; its controller asked (TSCM) and sent
+//                             PGAb, the invisible flag read from the open DL; the parent's DL and
+//                             status DL opened (depth, `_pst`, `_ppa`), and for a child the root's
+//                             as well (the grandparent's `_pst`); the record written (TSWD);
+//                             PoXA, and for a child PoXP, broadcast on the manager;
+//                           hide of each parent: its DL and status DL opened, the record written
+//                           (TSWD), PoXD; its `_pl#` and `_pk#` read; each child's DL and status
+//                           DL opened (`_psp`, `_ppa` checked against the parent, record, `_pk#`,
+//                           `_pl#`), its record written (TSWD), PoXD; the root's `_pst` read, PoXP.
+//                           Left out: the PmSh and PmHd sends that reach the manager (one per
+//                           provider shown, one per parent hidden), a second reading of a record
+//                           after the controller was asked, the sets that keep walks from looping,
+//                           the stack of waiting shows, and every check for a case the tree does
+//                           not hold (a parent not shown, a missing record, a leftover entry,
+//                           links). Sort marks are read, never written (none is set).
 //   BM_GetAbilities         PGAb of a provider seen before, ns per call
 //   BM_GetHandleReference   one TSHG of an item among a few, ns per call
 //   BM_Attach               XTSD of a manager whose tree holds the same 101k providers, all of
@@ -17,6 +37,12 @@
 //                           each call sorts; ns per child
 //   BM_SortedAgain          the same PoEL again and again: the mark says sorted, nothing is
 //                           sorted and no sort name asked for
+//   BM_SortedAgainFloor     what that PoEL cannot do without, done directly: the element space
+//                           asked for (HGtH); the parent's DL and status DL opened (record, `_pst`,
+//                           `_pk#`); then for each child in the list's (name) order its DL opened
+//                           for `_psp` and its status DL for the record and `_ppa`, checked as
+//                           the enumeration does (placed under the parent, shown; no filter) and
+//                           appended to the list's memory; the PoEL send itself is left out
 //   BM_SortReference        std::sort of the same 10k sort names, shuffled (untimed) before each
 //                           round, with the same comparison (TString::Compare, option 0)
 //   BM_Descendants          PoDL of the 101k providers, all shown, no sort; ns per provider
@@ -38,8 +64,10 @@
 #include "platform/fundra/memory.h"
 #include "platform/fundra/rnlist.h"
 #include "platform/fundra/tstring.h"
+#include "platform/storefile/vhd.h"
 #include "platform/zelkor/zelkor.h"
 #include "zove/db.h"
+#include "zove/dl.h"
 #include "zove/providers.h"
 #include "zove/store.h"
 
@@ -182,6 +210,131 @@ void BM_ShowHideReference(benchmark::State& state) {
 }
 BENCHMARK(BM_ShowHideReference)->Unit(benchmark::kMillisecond);
 
+// --- The floor: what a show and a hide must read, write and announce -----------------------
+
+const fundra::ElementSpace* SpaceOf(Word store) {
+  fundra::ElementSpace* s = nullptr;
+  send(store, storefile::kHGtH, &s);
+  return s;
+}
+
+const Item* ItemIn(const DLView& v, FourCC key) {
+  int32_t i = dlFind(v, key);
+  return i < 0 ? nullptr : &v.item(i);
+}
+int32_t HandleIn(const DLView& v, FourCC key) {
+  const Item* it = ItemIn(v, key);
+  return it && it->ref >= 1 && typeOf(it->kind) == kHandle ? it->ref : 0;
+}
+int32_t ValueIn(const DLView& v, FourCC key) {
+  const Item* it = ItemIn(v, key);
+  return it && typeOf(uint32_t(it->ref)) == kImmediate ? int32_t(it->kind) : 0;
+}
+bool HasListIn(const DLView& v, FourCC key) {
+  const Item* it = ItemIn(v, key);
+  return it && it->ref >= 1 && typeOf(it->kind) == kList;
+}
+
+// A provider's DL and its status DL, opened: false when either does not open as a DL.
+struct Opened {
+  DLView dl, status;
+  int32_t statusDL = 0;
+  StatusRecord record{};
+};
+bool OpenProvider(const fundra::ElementSpace* s, int32_t p, Opened* o) {
+  if (dlOpen(s, p, &o->dl) != 0) return false;
+  o->statusDL = HandleIn(o->dl, kPspKey);
+  if (dlOpen(s, o->statusDL, &o->status) != 0 || o->status.head->dataSize != kStatusBytes)
+    return false;
+  std::memcpy(&o->record, o->status.data, kStatusBytes);
+  return true;
+}
+
+struct Floor {
+  const Tree& t;
+  int32_t root = 0;
+  Word manager;
+  explicit Floor(const Tree& tree) : t(tree), manager(tree.manager) {
+    Opened o;
+    if (!OpenProvider(SpaceOf(t.store), t.parents[0], &o)) std::abort();
+    root = HandleIn(o.status, kPpaKey);
+  }
+  bool show(int32_t parent, int32_t p) const {
+    const fundra::ElementSpace* s = SpaceOf(t.store);
+    Opened o, q;
+    if (!OpenProvider(s, p, &o) || o.record.depth >= 0) return false;
+    int32_t placed = HandleIn(o.status, kPpaKey);
+    bool links = HasListIn(o.status, kPlKey);
+    uint32_t f = uint32_t(send(send(t.store, kTSCM, p), kPGAb, p));
+    if (o.dl.head->flags & kInvisibleFlag)
+      f |= kAbInvisible;
+    else
+      f &= ~uint32_t(kAbInvisible);
+    int32_t under = parent ? parent : root;
+    if (!OpenProvider(s, under, &q) || placed != under) return false;
+    int32_t depth = parent ? q.record.depth + 1 : 1;
+    benchmark::DoNotOptimize(ValueIn(q.status, kPstKey));
+    int32_t gp = HandleIn(q.status, kPpaKey);
+    if (parent) {
+      Opened g;
+      if (!OpenProvider(s, gp, &g)) return false;
+      benchmark::DoNotOptimize(ValueIn(g.status, kPstKey));
+    }
+    StatusRecord r = o.record;
+    r.depth = depth;
+    r.abilities = f;
+    send(t.store, kTSWD, o.statusDL, &r, kStatusBytes);
+    zelkor::TransBlock(manager, kPoXA, zelkor::asObject(manager), parent, p);
+    if (parent) zelkor::TransBlock(manager, kPoXP, zelkor::asObject(manager), 0, parent);
+    return !links;
+  }
+  bool hide(int32_t p) const {
+    const fundra::ElementSpace* s = SpaceOf(t.store);
+    Opened o;
+    if (!OpenProvider(s, p, &o) || o.record.depth < 0) return false;
+    StatusRecord r = o.record;
+    r.depth = -1;
+    int32_t children = 0;
+    bool ok = !HasListIn(o.status, kPlKey);
+    if (const Item* it = ItemIn(o.status, kPkKey)) children = it->ref;
+    send(t.store, kTSWD, o.statusDL, &r, kStatusBytes);
+    zelkor::TransBlock(manager, kPoXD, zelkor::asObject(manager), 0, p);
+    ListView list;
+    if (children <= 0 || listOpen(s, children, &list) != 0) return false;
+    for (int32_t i = 0; i < list.count; ++i) {
+      int32_t c = list.at[i];
+      Opened k;
+      if (!OpenProvider(s, c, &k) || HandleIn(k.status, kPpaKey) != p) return false;
+      ok &= !HasListIn(k.status, kPkKey) && !HasListIn(k.status, kPlKey);
+      StatusRecord kr = k.record;
+      kr.depth = -1;
+      send(t.store, kTSWD, k.statusDL, &kr, kStatusBytes);
+      zelkor::TransBlock(manager, kPoXD, zelkor::asObject(manager), p, c);
+    }
+    Opened g;
+    if (!OpenProvider(s, root, &g)) return false;
+    benchmark::DoNotOptimize(ValueIn(g.status, kPstKey));
+    zelkor::TransBlock(manager, kPoXP, zelkor::asObject(manager), 0, 0);
+    return ok;
+  }
+};
+
+void BM_ShowHideFloor(benchmark::State& state) {
+  const Tree& t = TheTree();
+  Floor floor(t);
+  bool ok = true;
+  for (auto _ : state) {
+    for (size_t i = 0; i < t.parents.size(); ++i) {
+      ok &= floor.show(0, t.parents[i]);
+      for (int32_t c : t.children[i]) ok &= floor.show(t.parents[i], c);
+    }
+    for (int32_t p : t.parents) ok &= floor.hide(p);
+  }
+  if (!ok) state.SkipWithError("the tree is not as the floor expects");
+  perProvider(state, kProviders);
+}
+BENCHMARK(BM_ShowHideFloor)->Unit(benchmark::kMillisecond);
+
 void BM_GetAbilities(benchmark::State& state) {
   const Tree& t = TheTree();
   int32_t p = t.children[7][7];
@@ -303,6 +456,47 @@ void BM_SortedAgain(benchmark::State& state) {
       kSorted, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_SortedAgain)->Unit(benchmark::kMicrosecond);
+
+void BM_SortedAgainFloor(benchmark::State& state) {
+  const Tree& t = TheTree();
+  const SortTree& s = TheSortTree();
+  fundra::RNList out;
+  send(t.manager, kPoEL, s.parent, &out, 0, 0, 1);  // sorted, as BM_SortedAgain finds it
+  for (auto _ : state) {
+    const fundra::ElementSpace* space = SpaceOf(t.store);
+    Opened parent;
+    ListView list;
+    const Item* kids = nullptr;
+    if (!OpenProvider(space, s.parent, &parent) || (parent.record.abilities & kAbKeepOrder) ||
+        ValueIn(parent.status, kPstKey) != 1 || !(kids = ItemIn(parent.status, kPkKey)) ||
+        listOpen(space, kids->ref, &list) != 0) {
+      state.SkipWithError("the parent is not as the floor expects");
+      break;
+    }
+    fundra::TMemory& mem = out.Memory();
+    int32_t count = 0, spare = 0;
+    for (int32_t i = 0; i < list.count; ++i) {
+      int32_t c = list.at[i];
+      Opened k;
+      if (!OpenProvider(space, c, &k) || HandleIn(k.status, kPpaKey) != s.parent ||
+          k.record.depth < 0)
+        continue;
+      if (spare == 0) {
+        mem.SetSize((count + 128) * 4, fundra::kMemNoFill);
+        spare = 127;
+      } else {
+        --spare;
+      }
+      std::memcpy(mem.MemPtr() + size_t(count) * 4, &c, 4);
+      ++count;
+    }
+    mem.SetSize(count * 4);
+  }
+  if (out.Count() != kSorted) state.SkipWithError("not every child was listed");
+  state.counters["ns/child"] = benchmark::Counter(
+      kSorted, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_SortedAgainFloor)->Unit(benchmark::kMicrosecond);
 
 void BM_SortReference(benchmark::State& state) {
   const SortTree& s = TheSortTree();

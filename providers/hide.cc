@@ -14,19 +14,51 @@ namespace {
 
 // Sets a provider's depth to -1 and announces it under its recorded parent.
 void hideOne(const Pro& m, int32_t p, int32_t status) {
-  StatusRecord r;
-  if (readRecord(m, status, &r) && r.depth != -1) {
-    r.depth = -1;
-    writeRecord(m, status, r);
+  StatusLook s;
+  lookStatus(m, status, &s);
+  if (s.valid && s.record.depth != -1) {
+    s.record.depth = -1;
+    writeRecord(m, status, s.record);
   }
-  event(m, kPoXD, m.rep(getHandle(m, status, kPpaKey)), p);
+  event(m, kPoXD, m.rep(s.parent), p);
 }
+
+// The memory of a hide, kept between hides: the walk and the set of providers met. A hide that
+// runs during another's events takes memory of its own.
+struct HideMemory {
+  std::vector<Visit> walk;
+  Seen seen, below;
+  bool inUse = false;
+};
+
+class HideLease {
+ public:
+  HideLease() {
+    static thread_local HideMemory shared;
+    mem_ = shared.inUse ? &own_ : &shared;
+    mem_->inUse = true;
+  }
+  ~HideLease() {
+    mem_->seen.clear();
+    mem_->below.clear();
+    mem_->inUse = false;
+  }
+  HideMemory* operator->() const { return mem_; }
+
+ private:
+  HideMemory own_;
+  HideMemory* mem_;
+};
 
 }  // namespace
 
 // PmHd (p): p, then its links (each followed by the links to it), then each descendant followed
 // by its links, all set to depth -1 and announced whether shown or not; then one PoXP for p's
 // parent. A p that is not shown, and the root, are left alone.
+//
+// `seen` holds what was hidden, so that a link met twice is hidden once. Until the first link
+// below p, the walk's providers are all it would hold besides p and p's links (the walk meets
+// each provider once, and leaves those out): they are added to it only then.
 Word proHide(Object* self, const Msg& msg) {
   Pro m(self);
   int32_t p = i32(msg.w[0]);
@@ -39,13 +71,24 @@ Word proHide(Object* self, const Msg& msg) {
   int32_t parent = getHandle(m, status, kPpaKey);
   if (!parent) fundra::Debug("provider", 705);
   event(m, kPoXD, m.rep(parent), p);
-  Seen seen{p};
+  HideLease mem;
+  Seen& seen = mem->seen;
+  seen.insert(p);
   for (int32_t link : linksOf(m, p, &seen)) hideOne(m, link, statusOf(m, link));
-  Seen below = seen;
-  for (const Visit& v : subtree(m, p, &below)) {
-    if (!seen.insert(v.provider)) continue;
+  Seen& below = mem->below;
+  below = seen;
+  std::vector<Visit>& walk = mem->walk;
+  subtree(m, p, &below, Entries::kPlaced, &walk);
+  bool linksMet = false;
+  for (size_t i = 0; i < walk.size(); ++i) {
+    const Visit v = walk[i];
+    if (linksMet && !seen.insert(v.provider)) continue;
     hideOne(m, v.provider, v.status);
     if (listElem(m, v.status, kPlKey, 0) == 0) continue;  // no links: spares the walk
+    if (!linksMet) {
+      for (size_t k = 0; k <= i; ++k) seen.insert(walk[k].provider);
+      linksMet = true;
+    }
     for (int32_t link : linksOf(m, v.provider, &seen)) hideOne(m, link, statusOf(m, link));
   }
   int32_t gp = m.isRoot(parent) || parent == 0 ? 0 : parentOf(m, parent);

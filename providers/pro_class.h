@@ -14,6 +14,7 @@
 #include "platform/fundra/space.h"
 #include "platform/zelkor/zelkor.h"
 #include "providers/seen.h"
+#include "zove/dl.h"
 #include "zove/providers.h"
 
 namespace zove {
@@ -72,7 +73,7 @@ struct Pro {
   ProData* d;
 
   // The store's element space, asked for once per handler; null when the store has none.
-  const fundra::ElementSpace* space() const;
+  const fundra::ElementSpace* space() const { return spaceAsked_ ? space_ : askSpace(); }
 
   Word store() const { return d->store; }
   int32_t root() const { return d->root; }
@@ -92,6 +93,7 @@ struct Pro {
   }
 
  private:
+  const fundra::ElementSpace* askSpace() const;
   mutable const fundra::ElementSpace* space_ = nullptr;
   mutable bool spaceAsked_ = false;
 };
@@ -123,6 +125,23 @@ bool readRecord(const Pro& m, int32_t status, StatusRecord* r);
 void writeRecord(const Pro& m, int32_t status, const StatusRecord& r);
 // readRecord, and the record's `_ppa` (0 when none) from the same look at the status DL.
 bool readPlacement(const Pro& m, int32_t status, StatusRecord* r, int32_t* parent);
+// A status DL as one look finds it: the record and the items the walks and shows read beside it.
+// Reading these one by one opens the DL once per item; a look opens it once.
+struct StatusLook {
+  StatusRecord record;  // depth -1 and abilities 0 when the DL holds no record
+  bool valid;           // the DL holds a record (readRecord's answer)
+  int32_t parent;       // `_ppa`, 0 when none (getHandle)
+  int32_t sortMark;     // `_pst`, 0 when none (getValue)
+  bool hasLinks;        // `_pl#` has a first entry (listElem (..., 0) != 0)
+};
+// Fills the look from status (0 or below: no record and nothing else, as the helpers answer).
+void lookStatus(const Pro& m, int32_t status, StatusLook* s);
+// One look at a DL for a walk: the refnum under refKey when its type is refType (else 0), and the
+// list under listKey where it lies (count 0 when there is none). False, with nothing read, when
+// the element space cannot open the DL: the caller then reads through getHandle, getPart and
+// listAll, which ask the store. The list stays valid until the store next writes.
+bool walkLook(const Pro& m, int32_t dl, FourCC refKey, uint32_t refType, FourCC listKey,
+              int32_t* ref, ListView* list);
 // p's depth (-1 without a record), and whether p is shown (the root always is).
 int32_t depthOf(const Pro& m, int32_t p);
 bool isShown(const Pro& m, int32_t p);
@@ -161,6 +180,8 @@ struct Visit {
 };
 std::vector<Visit> subtree(const Pro& m, int32_t p, Seen* seen = nullptr,
                            Entries entries = Entries::kPlaced);
+// The same into *out (cleared first), so that a caller can keep its memory between walks.
+void subtree(const Pro& m, int32_t p, Seen* seen, Entries entries, std::vector<Visit>* out);
 // The links of p, depth first: each link, then the links to that link; each once, never p. An
 // entry of a `_pl#` list whose record does not point at its owner (it was pointed elsewhere, or
 // its record was cut) is a leftover and left out, as in the walks of subtrees.

@@ -67,11 +67,13 @@ void Seen::clear() {
   size_ = 0;
 }
 
+// The old slots go through spare_, whose memory a set that is cleared and filled again reuses.
 void Seen::grow() {
-  std::vector<int32_t> old(slots(), slots() + capacity());
-  more_.assign(capacity() * 2, 0);
+  size_t n = capacity();
+  spare_.assign(slots(), slots() + n);
+  more_.assign(n * 2, 0);
   size_ = 0;
-  for (int32_t dl : old)
+  for (int32_t dl : spare_)
     if (dl != 0) insert(dl);
 }
 

@@ -43,6 +43,7 @@ class Seen {
   int32_t inPlace_[kInPlace];
   bool cleared_ = false;
   std::vector<int32_t> more_;
+  std::vector<int32_t> spare_;  // scratch of grow
   size_t size_ = 0;
 };
 

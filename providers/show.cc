@@ -62,15 +62,15 @@ class TaskStack {
 // What a show did with its provider.
 enum class Shown { kNow, kAlready, kNot };
 
-// Writes p's depth and abilities and announces it: PoXA, then PoXP when a shown parent other than
-// the root has a new child.
-void announce(const Pro& m, const Task& t, int32_t depth, bool childrenChanged) {
-  StatusRecord r;
-  readRecord(m, t.status, &r);  // read again: the controller was asked since
+// Writes p's depth and abilities into its record r (as read after its controller was asked) and
+// announces it: PoXA, then PoXP when a shown parent other than the root has a new child. The
+// parent's sort mark is as its status DL holds it now.
+void announce(const Pro& m, const Task& t, StatusRecord r, int32_t depth, int32_t parentSortMark,
+              bool childrenChanged) {
   r.depth = depth;
   r.abilities = t.f;
   writeRecord(m, t.status, r);
-  clearSortMarkOf(m, t.parentStatus);
+  if (t.parentStatus && parentSortMark != 0) m.toStore(kTSVS, t.parentStatus, kPstKey, 0);
   event(m, kPoXA, m.rep(t.parent), t.p);
   if (childrenChanged) {
     int32_t gp = getHandle(m, t.parentStatus, kPpaKey);
@@ -116,7 +116,11 @@ Shown showAll(const Pro& m, int32_t given, int32_t p, uint32_t f) {
           break;
         }
         if (t.f == 0) t.f = computeAbilities(m, t.p);
-        t.parent = getHandle(m, t.status, kPpaKey);
+        // Read again: the controller was asked since. Placing p below writes items of its
+        // status DL, never its record.
+        StatusLook own;
+        lookStatus(m, t.status, &own);
+        t.parent = own.parent;
         if (t.parent) {
           t.parentStatus = statusOf(m, t.parent);
         } else {
@@ -127,13 +131,14 @@ Shown showAll(const Pro& m, int32_t given, int32_t p, uint32_t f) {
             break;
           }
         }
-        StatusRecord pr;
-        readRecord(m, t.parentStatus, &pr);
+        StatusLook pl;
+        lookStatus(m, t.parentStatus, &pl);
+        const StatusRecord& pr = pl.record;
         if (m.isRoot(t.parent)) {
-          announce(m, t, 1, false);
+          announce(m, t, own.record, 1, pl.sortMark, false);
           t.stage = Stage::kLinks;
         } else if (pr.depth >= 0) {
-          announce(m, t, pr.depth + 1, true);
+          announce(m, t, own.record, pr.depth + 1, pl.sortMark, true);
           t.stage = Stage::kLinks;
         } else if (waiting.count(t.parent) || t.parent == t.p) {
           finish(Shown::kNot);
@@ -158,13 +163,13 @@ Shown showAll(const Pro& m, int32_t given, int32_t p, uint32_t f) {
         }
         // The parent's show may have made its record (it had none): look it up again.
         t.parentStatus = statusOf(m, t.parent);
-        StatusRecord pr;
-        readRecord(m, t.parentStatus, &pr);
-        if (pr.depth < 0) {
+        StatusLook pl;
+        lookStatus(m, t.parentStatus, &pl);
+        if (pl.record.depth < 0) {
           finish(Shown::kNot);
           break;
         }
-        announce(m, t, pr.depth + 1, false);
+        announce(m, t, own, pl.record.depth + 1, pl.sortMark, false);
         t.stage = Stage::kLinks;
         break;
       }

@@ -29,13 +29,13 @@ using zelkor::i32;
 using zelkor::toWord;
 using zelkor::u32;
 
-const fundra::ElementSpace* Pro::space() const {
-  if (!spaceAsked_) {
-    fundra::ElementSpace* s = nullptr;
-    toStore(storefile::kHGtH, &s);
-    space_ = s;
-    spaceAsked_ = true;
-  }
+// The first look of a handler: asked of the store (the store may have been given another space
+// since the handler before).
+const fundra::ElementSpace* Pro::askSpace() const {
+  fundra::ElementSpace* s = nullptr;
+  toStore(storefile::kHGtH, &s);
+  space_ = s;
+  spaceAsked_ = true;
   return space_;
 }
 
@@ -125,6 +125,25 @@ std::vector<int32_t> listAll(const Pro& m, int32_t dl, FourCC key) {
   return out;
 }
 
+bool walkLook(const Pro& m, int32_t dl, FourCC refKey, uint32_t refType, FourCC listKey,
+              int32_t* ref, ListView* list) {
+  DLView v;
+  if (dl <= 0 || !view(m, dl, &v)) return false;
+  const Item *r = nullptr, *l = nullptr;
+  for (int32_t i = v.head->count - 1; i >= 0; --i) {
+    const Item& it = v.item(i);
+    if (it.key == refKey) {
+      if (!r) r = &it;
+    } else if (it.key == listKey) {
+      if (!l) l = &it;
+    }
+  }
+  *ref = r && r->ref >= 1 && typeOf(r->kind) == refType ? r->ref : 0;
+  if (!(l && l->ref >= 1 && typeOf(l->kind) == kList && listOpen(m.space(), l->ref, list) == 0))
+    *list = ListView{};
+  return true;
+}
+
 void listDelete(const Pro& m, int32_t dl, FourCC key, int32_t member) {
   if (dl > 0) m.toStore(kTSLD, dl, key, member);
 }
@@ -207,6 +226,51 @@ bool readPlacement(const Pro& m, int32_t status, StatusRecord* r, int32_t* paren
   return true;
 }
 
+namespace {
+
+// The record in a view's data area: false (and a record of depth -1) when it is not one.
+[[gnu::always_inline]] inline bool recordIn(const DLView& v, StatusRecord* r) {
+  if (v.head->dataSize == kStatusBytes &&
+      std::memcmp(v.data, statusHeader(), sizeof r->header) == 0) {
+    std::memcpy(r, v.data, kStatusBytes);
+    return true;
+  }
+  *r = StatusRecord{};
+  r->depth = -1;
+  return false;
+}
+
+}  // namespace
+
+void lookStatus(const Pro& m, int32_t status, StatusLook* s) {
+  DLView v;
+  if (status <= 0 || !view(m, status, &v)) {
+    s->valid = readRecord(m, status, &s->record);
+    s->parent = getHandle(m, status, kPpaKey);
+    s->sortMark = getValue(m, status, kPstKey);
+    s->hasLinks = listElem(m, status, kPlKey, 0) != 0;
+    return;
+  }
+  s->valid = recordIn(v, &s->record);
+  // One pass from the last item to the first, the first match of each key winning, as dlFind's.
+  const Item *parent = nullptr, *mark = nullptr, *links = nullptr;
+  for (int32_t i = v.head->count - 1; i >= 0; --i) {
+    const Item& it = v.item(i);
+    if (it.key == kPpaKey) {
+      if (!parent) parent = &it;
+    } else if (it.key == kPstKey) {
+      if (!mark) mark = &it;
+    } else if (it.key == kPlKey) {
+      if (!links) links = &it;
+    }
+  }
+  s->parent = parent && parent->ref >= 1 && typeOf(parent->kind) == kHandle ? parent->ref : 0;
+  s->sortMark = mark && typeOf(uint32_t(mark->ref)) == kImmediate ? int32_t(mark->kind) : 0;
+  ListView l;
+  s->hasLinks = links && links->ref >= 1 && typeOf(links->kind) == kList &&
+                listOpen(m.space(), links->ref, &l) == 0 && l.count > 0 && l.at[0] != 0;
+}
+
 void writeRecord(const Pro& m, int32_t status, const StatusRecord& r) {
   m.toStore(kTSWD, status, &r, kStatusBytes);
 }
@@ -239,11 +303,26 @@ void clearSortMarkOf(const Pro& m, int32_t status) {
 
 void clearSortMark(const Pro& m, int32_t x) { clearSortMarkOf(m, statusOf(m, x)); }
 
-// PGAb (p or 0): the abilities in p's record; the record is made when p has none.
+// PGAb (p or 0): the abilities in p's record; the record is made when p has none. A provider
+// seen before is answered from its record where it lies: p's DL opened for `_psp`, the status
+// DL for its header and abilities.
 Word proGetAbilities(Object* self, const Msg& msg) {
   Pro m(self);
+  int32_t p = m.orRoot(i32(msg.w[0]));
+  DLView v;
+  if (p > 0 && view(m, p, &v)) {
+    const Item* it = itemOf(v, kPspKey);
+    if (it && it->ref >= 1 && typeOf(it->kind) == kHandle && view(m, it->ref, &v)) {
+      if (v.head->dataSize != kStatusBytes ||
+          std::memcmp(v.data, statusHeader(), kStatusAbilitiesOffset) != 0)
+        return 0;
+      uint32_t f;
+      std::memcpy(&f, v.data + kStatusAbilitiesOffset, 4);
+      return toWord(f);
+    }
+  }
   StatusRecord r;
-  readRecord(m, makeStatus(m, i32(msg.w[0])), &r);
+  readRecord(m, makeStatus(m, p), &r);
   return toWord(r.abilities);
 }
 

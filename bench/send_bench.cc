@@ -6,7 +6,11 @@
 // BM_SendInherited: the handler is defined two classes up (inherited tables cost nothing extra).
 // BM_VirtualCall / BM_FunctionCall: the references, through a pointer the compiler cannot see
 // through, so neither is inlined away.
+// BM_Broadcast: TransBlock of a selector to a channel of two members, among 1,000 other channels
+// of one member each; BM_SendTwo, the reference: the same message sent to the two members.
 #include <benchmark/benchmark.h>
+
+#include <utility>
 
 #include "platform/zelkor/zelkor.h"
 
@@ -102,6 +106,37 @@ void BM_FunctionCall(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_FunctionCall);
+
+// A channel of two members among 1,000 channels of one.
+std::pair<Object*, Object*> channelPair() {
+  static std::pair<Object*, Object*> members = [] {
+    Object* o = leaf();
+    for (uint32_t i = 0; i < 1000; ++i) poAd(o, Word(0x10000 + i));
+    Object* a = asObject(send(gLeaf->classObject, kNew_));
+    Object* b = asObject(send(gLeaf->classObject, kNew_));
+    poAd(a, Word(fc("bChn")));
+    poAd(b, Word(fc("bChn")));
+    return std::pair{a, b};
+  }();
+  return members;
+}
+
+void BM_Broadcast(benchmark::State& state) {
+  channelPair();
+  for (auto _ : state) TransBlock(Word(fc("bChn")), kPing, Word(1));
+}
+BENCHMARK(BM_Broadcast);
+
+void BM_SendTwo(benchmark::State& state) {
+  auto [a, b] = channelPair();
+  benchmark::DoNotOptimize(a);
+  benchmark::DoNotOptimize(b);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(send(a, kPing, Word(1)));
+    benchmark::DoNotOptimize(send(b, kPing, Word(1)));
+  }
+}
+BENCHMARK(BM_SendTwo);
 
 }  // namespace
 

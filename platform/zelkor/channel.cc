@@ -17,6 +17,11 @@ struct Channel {
 struct Channels {
   std::unordered_map<Word, std::unique_ptr<Channel>> byWord;
   std::unordered_map<Object*, std::vector<Word>> joined;
+  // The channel broadcast to last: a sender tends to broadcast on one channel many times in a
+  // row (a manager's events, a store's notices), and the map's lookup is most of a broadcast's
+  // own cost. Cleared when that channel goes.
+  Word lastWord = 0;
+  Channel* last = nullptr;
 };
 
 Channels& all() {
@@ -30,6 +35,20 @@ void compact(Channel& ch) {
   ch.holes = false;
 }
 
+void erase(std::unordered_map<Word, std::unique_ptr<Channel>>::iterator it) {
+  if (all().last == it->second.get()) all().last = nullptr;
+  all().byWord.erase(it);
+}
+
+Channel* find(Word channel) {
+  Channels& c = all();
+  if (c.last && c.lastWord == channel) return c.last;
+  auto it = c.byWord.find(channel);
+  if (it == c.byWord.end()) return nullptr;
+  c.lastWord = channel;
+  return c.last = it->second.get();
+}
+
 void removeMember(Word channel, Object* listener) {
   auto it = all().byWord.find(channel);
   if (it == all().byWord.end()) return;
@@ -39,7 +58,7 @@ void removeMember(Word channel, Object* listener) {
   *m = nullptr;
   ch.holes = true;
   compact(ch);
-  if (ch.members.empty() && !ch.broadcasting) all().byWord.erase(it);
+  if (ch.members.empty() && !ch.broadcasting) erase(it);
 }
 
 }  // namespace
@@ -85,10 +104,9 @@ std::vector<Object*> channelMembers(Word channel) {
 }
 
 Word broadcast(Word channel, const Msg& m) {
-  auto it = all().byWord.find(channel);
-  if (it == all().byWord.end()) return 0;
   // The channel object stays put while broadcasting > 0 (removeMember never erases it then).
-  Channel* ch = it->second.get();
+  Channel* ch = find(channel);
+  if (!ch) return 0;
   ch->broadcasting++;
   const size_t reach = ch->members.size();
   const uint32_t index = findSelector(m.sel);
@@ -104,7 +122,7 @@ Word broadcast(Word channel, const Msg& m) {
   }
   ch->broadcasting--;
   compact(*ch);
-  if (ch->members.empty() && !ch->broadcasting) all().byWord.erase(channel);
+  if (ch->members.empty() && !ch->broadcasting) erase(all().byWord.find(channel));
   return 0;
 }
 

@@ -89,6 +89,12 @@ TEST_F(ChannelTest, BroadcastReachesMembersInJoinOrderOnce) {
   send(b, kDspo);
   EXPECT_TRUE(channelMembers(kChan).empty());
   EXPECT_TRUE(channelMembers(objWord(b)).empty());
+  // A channel that emptied and is joined again is a new channel, and reaches only its member.
+  Object* c = make(3);
+  send(c, kpoAd, kChan);
+  TransBlock(kChan, fc("note"), 8);
+  EXPECT_EQ(joined(), "2:5 1:5 1:6 3:8 ");
+  send(c, kDspo);
 }
 
 TEST_F(ChannelTest, ListenersMayDisposeLeaveJoinAndRebroadcastDuringABroadcast) {

@@ -340,6 +340,7 @@ class ElementSpace {
   void NoteSlotSlow(size_t n);
   void ForgetNotes() const;
   int32_t ValidAll() const;
+  static bool SlotFinding(const Slot& s, uint8_t mark, int64_t* live, int64_t* bytes);
 
   // What each number was at the last hand-over: its sum in handed_ (0: not handed over), or a
   // bit in unsummed_ when it was handed over (as added, or by a load) without its sum, so that its

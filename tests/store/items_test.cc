@@ -72,6 +72,23 @@ TEST_F(Items, OwnedReferentsGoWithTheirItemAndReferencesOwnNothing) {
   expectSound(s);
 }
 
+// A damaged item that owns a DL as its blob: replacing the item would free the DL under the
+// handles that name it, so the invariants report the blob as a DL.
+TEST_F(Items, TheInvariantsReportAnOwnedElementThatIsReachedAsADL) {
+  int32_t dl = dn(), target = dn();
+  S(s, kTSAS, 1, fc("keep"), dl);
+  S(s, kTSHS, 1, fc("targ"), target);
+  S(s, kTSBW, dl, fc("blob"), "abcd", 4);
+  expectSound(s);
+  int32_t blob = rawItem(s, dl, 0).ref;
+  poke(dl, fc("blob"), target, kBlob);
+  EXPECT_EQ(zoveCheckStore(s),
+            std::vector<std::string>{"S3: element " + std::to_string(target) + " is owned by DL " +
+                                     std::to_string(dl) + " and reached as a DL"});
+  poke(dl, fc("blob"), blob, kBlob);
+  expectSound(s);
+}
+
 TEST_F(Items, RemovingAMissingKeyChangesNothingNotEvenTheChangeCount) {
   int32_t dl = dn();
   S(s, kTSAS, 1, fc("keep"), dl);

@@ -19,6 +19,7 @@
 // Input layout: byte 0 = number of damage edits (at most 24), then 4 bytes per edit
 // (element, mode and offset's high bits, offset, value); the rest is operations, 4 bytes each
 // (selector, three argument bytes), at most 64.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -120,8 +121,7 @@ int32_t item(Object* s, int32_t dl, FourCC key) {
 // The tree every input starts from:
 //   root: p0 (sorted in mode 1), p1
 //   p0: p2, p3, p5 (p5's required parent is p0)
-//   p1: p4, a link to p2
-//   p6 made, never shown
+//   p1: p4, p6 (a link to p2)
 Tree makeTree() {
   Tree t;
   t.store = zelkor::asObject(send(zelkor::ZelkorLookup(kZoveSig), zelkor::kNew_));
@@ -145,8 +145,8 @@ Tree makeTree() {
   send(t.manager, kPmSh, p[0], p[3]);
   send(t.manager, kPmSh, p[1], p[4]);
   send(t.manager, kPmSR, p[0], p[5]);
-  int32_t link = i32(send(t.manager, kPLnk, p[1], p[2]));
-  if (link > 0) t.providers.push_back(link);
+  send(t.manager, kPmSL, p[6], p[2]);  // p6 becomes a link to p2
+  send(t.manager, kPmSh, p[1], p[6]);
   fundra::RNList out;
   send(t.manager, kPoEL, p[0], &out, 0, 0, 1);
 
@@ -202,12 +202,21 @@ void damage(fundra::ElementSpace* sp, const Tree& t, const uint8_t* e) {
 bool sound(Object* s) { return send(s, kTSCk) == 1 && zoveCheckStore(s).empty(); }
 
 // One operation on the tree: o[0] the selector, o[1..3] its arguments.
-void operate(const Tree& t, const uint8_t* o) {
+void operate(const Tree& t, fundra::ElementSpace* sp, const uint8_t* o) {
   const Word m = t.manager;
+  // The tree's DLs the store still reaches. A caller names only DLs it reaches: a DL the damage
+  // cut loose is not checked by the store's invariants (and linking it again would bring its
+  // damage back), and its number may be freed and given to a blob or a list.
+  std::vector<int32_t> reached;
+  for (int32_t dl : reachableDLs(sp, {kRootDL}, Edges::kOwning)) {
+    DLView v;
+    if (dlOpen(sp, dl, &v) == 0 && std::find(t.dls.begin(), t.dls.end(), dl) != t.dls.end())
+      reached.push_back(dl);
+  }
   // A provider picked by a byte: mostly the tree's DLs, sometimes the root (0), a number past
   // the store's end or a negative one.
   auto pick = [&](uint8_t b) -> int32_t {
-    if (b < 0xF0) return t.dls[b % t.dls.size()];
+    if (b < 0xF0) return reached.empty() ? 0 : reached[b % reached.size()];
     if (b == 0xF0) return 0;
     if (b == 0xF1) return -int32_t(b);
     return 100000 + b;
@@ -360,7 +369,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool soundBefore = sound(t.store);
 
   send(t.manager, kXTSD, t.store);
-  for (size_t i = 0; i < kMaxOps && at + 4 <= size; ++i, at += 4) operate(t, data + at);
+  for (size_t i = 0; i < kMaxOps && at + 4 <= size; ++i, at += 4) operate(t, sp, data + at);
 
   if (soundBefore) require(sound(t.store));
   send(t.store, kDspo);

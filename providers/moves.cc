@@ -74,6 +74,8 @@ Word proMove(Object* self, const Msg& msg) {
     showProvider(m, given, p, 0);
     return 0;
   }
+  // Only a damaged record places the root: everything is below it, so it cannot move.
+  if (m.isRoot(p)) return kMoveBelowSelf;
   int32_t q = m.orRoot(given);
   if (old == q) return 0;
   if (int32_t r = checkMove(m, p, q)) return r;

@@ -161,5 +161,19 @@ TEST_F(Moves, AMoveUnderAParentWithoutARecordLeavesPWhereItWas) {
   EXPECT_EQ(S(store, kTSCk), 1);
 }
 
+// The root has a parent only in a damaged record; it still never moves, under anything.
+TEST_F(Moves, TheRootNeverMovesEvenWithAParentInItsRecord) {
+  int32_t a = provider(), b = provider();
+  show(0, a);
+  show(0, b);
+  S(store, kTSHS, status(0), kPpaKey, a);
+  EXPECT_EQ(S(manager, kPMov, b, 0), kMoveBelowSelf);
+  EXPECT_EQ(S(manager, kPMov, b, root), kMoveBelowSelf);
+  EXPECT_EQ(events(), V{});
+  EXPECT_EQ(children(b), L{});
+  EXPECT_EQ(children(0), (L{a, b}));
+  EXPECT_EQ(S(store, kTSCk), 1);
+}
+
 }  // namespace
 }  // namespace zt

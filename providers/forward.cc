@@ -18,7 +18,9 @@ using zelkor::u32;
 
 Word controllerOf(const Pro& m, int32_t p) {
   p = m.orRoot(p);
-  if (Word ctl = m.toStore(kTSCM, p)) return ctl;
+  // The manager controls its own module's DLs (the status records, the globals), which are no
+  // providers: naming it would send what it forwards back to itself, without end.
+  if (Word ctl = m.toStore(kTSCM, p)) return ctl == zelkor::objWord(m.self) ? 0 : ctl;
   return m.toStore(kTSCS, p) == 0 ? m.d->defaultController : 0;
 }
 

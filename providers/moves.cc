@@ -74,12 +74,19 @@ Word proMove(Object* self, const Msg& msg) {
     showProvider(m, given, p, 0);
     return 0;
   }
+  // Only a damaged record places the root: everything is below it, so it cannot move.
+  if (m.isRoot(p)) return kMoveBelowSelf;
   int32_t q = m.orRoot(given);
   if (old == q) return 0;
   if (int32_t r = checkMove(m, p, q)) return r;
+  // q lists p in its status record: a q that names no DL (the store asserts) or whose `_psp` is
+  // not a handle has none to give, and p stays where it is rather than take a parent that
+  // cannot list it.
+  int32_t qStatus = makeStatus(m, q);
+  if (!qStatus) return kNoStatusRecord;
   listDelete(m, statusOf(m, old), kPkKey, p);
   m.toStore(kTSHS, status, kPpaKey, q);
-  m.toStore(kTSLA, makeStatus(m, q), kPkKey, p);
+  m.toStore(kTSLA, qStatus, kPkKey, p);
   StatusRecord r;
   if (readRecord(m, status, &r) && r.depth >= 0) {
     int32_t depth = depthOf(m, q) + 1;

@@ -2,6 +2,7 @@
 // shown descendant of a uType), PoGP and PoMP (parents), PGtD and PGID (depth and steps), PTIn
 // and PUBy (is one inside the other, directly or through links).
 #include <algorithm>
+#include <unordered_map>
 
 #include "platform/fundra/rnlist.h"
 #include "providers/enumerate.h"
@@ -130,17 +131,26 @@ namespace {
 // above this searches as deep as this.
 constexpr int32_t kReachLevels = 4096;
 
-int32_t reached(const Pro& m, int32_t a, int32_t b, int32_t limit) {
+// The pairs (a, r) searched so far, each with the largest limit it was searched with. A search
+// that found nothing finds nothing again within a limit no larger, so it is not repeated: lists
+// that hold a provider twice, or that loop back up the tree, would otherwise make the search
+// branch at every level of the limit.
+using Searched = std::unordered_map<uint64_t, int32_t>;
+
+int32_t reached(const Pro& m, int32_t a, int32_t b, int32_t limit, Searched& searched) {
   if (a == 0 || b == 0 || !statusOf(m, a)) return 0;
   int32_t r;
   if (!resolve(m, b, 0, &r)) return 0;
   if (a == r) return r;
   int32_t n = limit - 1;
   if (n < 1) return 0;
+  int32_t& most = searched[uint64_t(uint32_t(a)) << 32 | uint32_t(r)];
+  if (most >= limit) return 0;
+  most = limit;
   for (int32_t ch : listAll(m, statusOf(m, r), kPkKey))
-    if (reached(m, a, ch, n) != 0) return r;
+    if (reached(m, a, ch, n, searched) != 0) return r;
   for (int32_t d : listAll(m, statusOf(m, a), kPkKey))
-    if (reached(m, d, r, n) != 0) return r;
+    if (reached(m, d, r, n, searched) != 0) return r;
   return 0;
 }
 
@@ -151,7 +161,8 @@ int32_t reached(const Pro& m, int32_t a, int32_t b, int32_t limit) {
 Word proTstReached(Object* self, const Msg& msg) {
   int32_t limit = i32(msg.w[2]);
   if (limit == 0) limit = 30;
-  return reached(Pro(self), i32(msg.w[0]), i32(msg.w[1]), std::min(limit, kReachLevels));
+  Searched searched;
+  return reached(Pro(self), i32(msg.w[0]), i32(msg.w[1]), std::min(limit, kReachLevels), searched);
 }
 
 }  // namespace zove

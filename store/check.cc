@@ -6,6 +6,7 @@
 //   1. LmSize of the DL below 0
 //   2. a byte of the uType outside 32..126
 //   3. the element shorter than 20 + data size + 12 x item count
+//      (or a data size that is no multiple of 4)
 //   4. for each item: a byte of the key outside 32..126
 //   5.   a refnum whose type is none of the six refnum types
 //   6.   a vhandle item and no record file                  (logged only)

@@ -4,6 +4,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <map>
+#include <set>
 
 #include "store/engine.h"
 
@@ -84,6 +85,13 @@ std::vector<std::string> zoveCheckStore(zelkor::Object* store) {
                                  code(it.key).c_str(), j, l.at[j]));
     }
   }
+  // An owned element is a blob or a list, never a DL: one that handles or lists reach as a DL
+  // would be freed under them the next time its owner's item is replaced or removed.
+  const std::vector<int32_t> dls = reachable(d);
+  const std::set<int32_t> reached(dls.begin(), dls.end());
+  for (const auto& [element, dl] : holder)
+    if (reached.count(element))
+      out.push_back(format("S3: element %d is owned by DL %d and reached as a DL", element, dl));
   ListView mods;
   int32_t at = root.head && dlOpen(s, kRootDL, &root) == 0 ? dlFind(root, kModsKey) : -1;
   if (at >= 0 && root.items[at].ref > 0 && listOpen(s, root.items[at].ref, &mods) == 0) {

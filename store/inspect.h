@@ -14,8 +14,8 @@ namespace zove {
 //   S1. DL 1 is a DL of uType `root`, owner 0, data size at least 8, with a list under `mods`.
 //   S2. Every DL reachable from DL 1 or the keep list is well formed: element long enough for
 //       its header, printable uType and keys, keys in ascending order (signed), known kinds.
-//   S3. Every owned element (blob, list, weak list) of a reachable DL is live and held by no
-//       other item.
+//   S3. Every owned element (blob, list, weak list) of a reachable DL is live, held by no
+//       other item, and not itself reached as a DL (through a handle, part link or list).
 //   S4. Every handle, part link and list element of a reachable DL names a live DL.
 //   S5. Every `mods` entry is a shared DL with owner 0.
 //   K1-K3. The keep list's invariants (store/zove_class.h).

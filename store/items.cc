@@ -50,7 +50,8 @@ Word zoveStoreItem(Object* self, int32_t dl, uint32_t key, int32_t ref, uint32_t
     bool named = it.ref > 0 ? typeOf(it.kind) != kWeakHandle : typeOf(it.ref) == kVHandle;
     bool same = it.ref == ref && (it.ref > 0 ? typeOf(it.kind) == typeOf(kind) : it.kind == kind);
     if (named && !same) zoveUnlinked(self);
-    int32_t old = ownsReferent(it) && it.ref != ref ? it.ref : 0;
+    // A damaged item's owned element may not be live: there is nothing to free then.
+    int32_t old = ownsReferent(it) && it.ref != ref && d->space->LmTest(it.ref) == 0 ? it.ref : 0;
     it.kind = kind;
     it.ref = ref;
     return old ? d->space->LmRemove(old) : ref;

@@ -114,14 +114,16 @@ Word zoveListDelete(Object* self, int32_t dl, uint32_t key, int32_t member) {
     return r;
   }
   zoveUnlinked(self);
+  // The list's number is read before its members move: in a damaged store the list can be the
+  // DL's own element, whose items the move rewrites.
+  Item it;
+  zoveFindItem(self, dl, key, &it);
   int32_t kept = count;
   for (int32_t i = count - 1; i >= 0; --i) {
     if (at[i] != member) continue;
     std::memmove(&at[i], &at[i + 1], size_t(kept - i - 1) * 4);
     --kept;
   }
-  Item it;
-  zoveFindItem(self, dl, key, &it);
   d->space->LmSetAssert(it.ref, kept * 4);
   return zoveGCCheck(self);
 }

@@ -97,7 +97,12 @@ void Cutter::unlink(int32_t target, uint32_t key) {
     }
     int32_t i = f.item--;
     DLView v;
-    dlOpen(space_, dl, &v);
+    // Only damage changes a DL under its walk (a list or blob item whose element is a DL the
+    // walk is in): what is no DL any more, or holds fewer items, ends its walk.
+    if (dlOpen(space_, dl, &v) != 0 || i >= v.head->count) {
+      stack_.pop_back();
+      continue;
+    }
     Item it = v.items[i];
     if (it.ref <= 0) continue;
     uint32_t type = typeOf(it.kind);

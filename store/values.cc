@@ -60,7 +60,9 @@ Word zoveWriteBlob(Object* self, int32_t dl, uint32_t key, const void* src, int3
   int32_t r = zoveFindItem(self, dl, key, &it);
   if (r < 0 && r != kNoItem) return r;
   int32_t e;
-  if (r >= 0 && it.ref >= 1 && typeOf(it.kind) == type) {
+  // An owned element that is not live (only damage leaves one) is not written in place: growing
+  // the space to its number could ask for the whole table; the item gets a new element instead.
+  if (r >= 0 && it.ref >= 1 && typeOf(it.kind) == type && d->space->LmTest(it.ref) == 0) {
     zoveCheckIfRaised(self, dl);
     e = it.ref;
     if (type == kList) zoveUnlinked(self);  // the list's entries are replaced

@@ -14,7 +14,8 @@
 //   20            data size   data area   the DL's fixed data (TSRD/TSWD)
 //   20 + data     12 x count  items       ascending key order (keys compared as signed 32-bit)
 //
-// The element may be longer than 20 + data size + 12 x count; it may not be shorter. Each item:
+// The element may be longer than 20 + data size + 12 x count; it may not be shorter. An element
+// whose data size is no multiple of 4 is no DL (dlOpen answers kWrongKind). Each item:
 //
 //   offset  width  field          meaning
 //   0       4      ref            > 0: a refnum (the DL or element the item refers to);
@@ -148,7 +149,9 @@ inline int32_t dlOpen(const fundra::ElementSpace* space, int32_t n, DLView* v) {
   if (size < kHeadBytes) return kWrongKind;
   uint8_t* base = space->LmGet(n);
   auto* head = reinterpret_cast<DLHead*>(base);
-  if (head->dataSize < 0 || head->count < 0 ||
+  // A data size that is no multiple of 4 (never made by a writer, only by damage) would leave
+  // the items unaligned; such an element is no DL, as one too short for its header is none.
+  if (head->dataSize < 0 || head->dataSize % 4 != 0 || head->count < 0 ||
       int64_t(kHeadBytes) + head->dataSize + int64_t(kItemBytes) * head->count > size)
     return kWrongKind;
   v->base = base;

@@ -97,7 +97,7 @@ constexpr FourCC kPEnL = fc("PEnL");  // (p or 0, index) -> the index-th link to
 constexpr FourCC kPTMv = fc("PTMv");  // (p, new parent or 0) -> the controller's answer |
                                       //   kNoController | kMoveBelowSelf | kRequiredParentLeft
 constexpr FourCC kPMov = fc("PMov");  // (new parent or 0, p) -> 0 | kMoveBelowSelf |
-                                      //   kRequiredParentLeft
+                                      //   kRequiredParentLeft | kNoStatusRecord
 
 // --- @PRO: status, records and globals ---------------------------------------------------------
 constexpr FourCC kPoCo = fc("PoCo");  // (p) -> the controller, or 0

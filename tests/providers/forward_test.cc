@@ -109,6 +109,25 @@ TEST_F(Forwarding, TheControllerIsTheOwnersOrTheDefaultOne) {
   S(store, kTSRM, kPlainSig, objWord(plain));
 }
 
+// A status record is the manager's own DL, not a provider: asked about as one, it has no
+// controller, and nothing forwarded comes back to the manager.
+TEST_F(Forwarding, AStatusRecordHasNoController) {
+  int32_t p = provider();
+  show(0, p);
+  int32_t st = status(p);
+  ASSERT_GT(st, 0);
+  fundra::TString name("stale");
+  EXPECT_EQ(S(manager, kPoCo, st), 0);
+  EXPECT_EQ(S(manager, kPGNm, st, &name, 0), kNoController);
+  EXPECT_EQ(S(manager, kPGSN, st, &name, 1), kNoController);
+  EXPECT_EQ(S(manager, kPGMN, st, &name, 0, 0, 0), kNoController);
+  EXPECT_EQ(S(manager, kPTMv, st, 0), kNoController);
+  EXPECT_EQ(S(manager, kPFog, st, 0), kNoController);
+  EXPECT_EQ(S(manager, kPRen, st, 0), kNoController);
+  EXPECT_EQ(S(manager, kPInR, st), kNoController);
+  EXPECT_EQ(controllers().heard, V{});
+}
+
 TEST_F(Forwarding, TheForwarderAsksTheControllerFirst) {
   int32_t p = provider(), q = provider(plain);
   std::string sp = std::to_string(p);

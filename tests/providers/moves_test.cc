@@ -140,5 +140,40 @@ TEST_F(Moves, ForgettingARequiredParentCutsTheRecordsThatNameIt) {
   EXPECT_TRUE(shown(x));
 }
 
+// A new parent that cannot list p (a number that names no DL, a `_psp` that is no handle): p
+// stays where it was, and its record never names the parent that was refused.
+TEST_F(Moves, AMoveUnderAParentWithoutARecordLeavesPWhereItWas) {
+  int32_t a = provider(), p = provider(), odd = provider();
+  show(0, a);
+  show(a, p);
+  S(store, kTSVS, odd, kPspKey, 7);  // `_psp` an immediate
+
+  EXPECT_EQ(S(manager, kPMov, 100000, p), kNoStatusRecord);
+  V reports = asserts();
+  EXPECT_FALSE(reports.empty());
+  for (const std::string& r : reports)
+    EXPECT_TRUE(r.starts_with("zove:")) << r << ": 100000 names no DL";
+  EXPECT_EQ(S(manager, kPMov, odd, p), kNoStatusRecord);
+  EXPECT_EQ(events(), V{});
+  EXPECT_EQ(parent(p), a);
+  EXPECT_EQ(children(a), L{p});
+  EXPECT_EQ(depth(p), 2);
+  EXPECT_EQ(S(store, kTSCk), 1);
+}
+
+// The root has a parent only in a damaged record; it still never moves, under anything.
+TEST_F(Moves, TheRootNeverMovesEvenWithAParentInItsRecord) {
+  int32_t a = provider(), b = provider();
+  show(0, a);
+  show(0, b);
+  S(store, kTSHS, status(0), kPpaKey, a);
+  EXPECT_EQ(S(manager, kPMov, b, 0), kMoveBelowSelf);
+  EXPECT_EQ(S(manager, kPMov, b, root), kMoveBelowSelf);
+  EXPECT_EQ(events(), V{});
+  EXPECT_EQ(children(b), L{});
+  EXPECT_EQ(children(0), (L{a, b}));
+  EXPECT_EQ(S(store, kTSCk), 1);
+}
+
 }  // namespace
 }  // namespace zt

@@ -53,6 +53,22 @@ TEST_F(Search, OneIsReachedFromAnotherThroughLinksAndChildren) {
   EXPECT_EQ(S(manager, kPUBy, provider(), a, 0), 0) << "no record";
 }
 
+// A `_pk#` that holds a provider several times and loops back up (stored by hand, as a damaged
+// store holds it): each pair is searched once, so the search ends at once, with the same answers.
+TEST_F(Search, ReachingThroughListsThatLoopEnds) {
+  int32_t a = provider(), b = provider(), deep = provider(), other = provider();
+  show(0, a);
+  show(a, b);
+  show(b, deep);
+  show(0, other);
+  for (int i = 0; i < 4; ++i) S(store, kTSLA, status(b), kPkKey, b);
+  S(store, kTSLA, status(b), kPkKey, a);
+  EXPECT_EQ(S(manager, kPUBy, other, a, 0), 0);
+  EXPECT_EQ(S(manager, kPUBy, other, a, 4096), 0);
+  EXPECT_EQ(S(manager, kPUBy, deep, a, 0), a);
+  checkWatch = false;  // the lists were changed behind the manager's back
+}
+
 TEST_F(Search, ASelectionExpandsThroughGroupsEachProviderOnce) {
   int32_t folder = provider(), item = provider(), sub = provider(), subItem = provider();
   int32_t hidden = provider(), link = provider(), match = provider();

@@ -127,6 +127,13 @@ TEST_F(Collect, TheDLCheckReportsEachFindingExactly) {
   std::vector<Case> cases = {
       {[&] { head()->uType = 0x74611F61; }, "zoveCheckDL: DL " + n + " uType 'ta\\x1Fa' bad"},
       {[&] { head()->count = 3; }, "zoveCheckDL: DL " + n + " appears too small"},
+      {[&] {  // long enough, but the items would lie unaligned
+         S(s, kTSVS, dl, fc("valx"), 1);
+         S(s, kTSVS, dl, fc("valy"), 1);
+         head()->dataSize = 3;
+         head()->count = 1;
+       },
+       "zoveCheckDL: DL " + n + " appears too small"},
       {[&] {
          S(s, kTSVS, dl, fc("keyx"), 1);
          poke(dl, fc("keyx"), int32_t(kImmediate), 1);

@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include "tests/store/store_fixture.h"
 
 namespace zt {
@@ -69,6 +71,38 @@ TEST_F(Items, OwnedReferentsGoWithTheirItemAndReferencesOwnNothing) {
   EXPECT_FALSE(live(blob));
   EXPECT_EQ(S(s, kTSCt, dl), 0);
   EXPECT_EQ(sp->LmSize(dl), 20);
+  expectSound(s);
+}
+
+// A damaged item whose owned element is not live, at a number far past the table: writing it
+// gives the item a new element instead of growing the table to that number.
+TEST_F(Items, WritingABlobWhoseElementIsGoneMakesANewOne) {
+  int32_t dl = dn();
+  S(s, kTSAS, 1, fc("keep"), dl);
+  S(s, kTSBW, dl, fc("blob"), "abcd", 4);
+  poke(dl, fc("blob"), 1 << 30, kBlob);
+  const int32_t count = sp->LmCount();
+  S(s, kTSBW, dl, fc("blob"), "wxyz", 4);
+  EXPECT_LE(sp->LmCount(), count + 1);
+  int32_t blob = rawItem(s, dl, 0).ref;
+  EXPECT_TRUE(live(blob));
+  EXPECT_EQ(std::memcmp(sp->LmGet(blob), "wxyz", 4), 0);
+}
+
+// A damaged item that owns a DL as its blob: replacing the item would free the DL under the
+// handles that name it, so the invariants report the blob as a DL.
+TEST_F(Items, TheInvariantsReportAnOwnedElementThatIsReachedAsADL) {
+  int32_t dl = dn(), target = dn();
+  S(s, kTSAS, 1, fc("keep"), dl);
+  S(s, kTSHS, 1, fc("targ"), target);
+  S(s, kTSBW, dl, fc("blob"), "abcd", 4);
+  expectSound(s);
+  int32_t blob = rawItem(s, dl, 0).ref;
+  poke(dl, fc("blob"), target, kBlob);
+  EXPECT_EQ(zoveCheckStore(s),
+            std::vector<std::string>{"S3: element " + std::to_string(target) + " is owned by DL " +
+                                     std::to_string(dl) + " and reached as a DL"});
+  poke(dl, fc("blob"), blob, kBlob);
   expectSound(s);
 }
 

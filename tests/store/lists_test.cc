@@ -56,6 +56,20 @@ TEST_F(Lists, AppendInsertDeleteAndFindKeepOrderAndRepeats) {
   EXPECT_EQ(S(s, kTSLC, dl, fc("memb")), 0);
 }
 
+// A damaged list item whose list is its DL's own element: the delete rewrites the DL as it moves
+// the members, and still cuts the element it opened, and no other.
+TEST_F(Lists, DeletingFromAListThatIsItsOwnDLCutsOnlyThatElement) {
+  S(s, kTSAS, 1, fc("keep"), dl);
+  S(s, kTSLA, dl, fc("memb"), 4);
+  poke(dl, fc("memb"), dl, kList);
+  const int32_t count = sp->LmCount();
+  const int32_t size = sp->LmSize(dl);
+  S(s, kTSLD, dl, fc("memb"), 0);
+  EXPECT_EQ(sp->LmCount(), count);
+  EXPECT_LT(sp->LmSize(dl), size);
+  EXPECT_EQ(sp->LmSize(dl) % 4, 0);
+}
+
 TEST_F(Lists, AddingMembersTakesThemOffTheKeepList) {
   S(s, kTSAS, 1, fc("root"), dl);
   int32_t a = dn(), b = dn(), c = dn();

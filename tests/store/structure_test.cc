@@ -154,6 +154,20 @@ TEST_F(Structure, CutRemovesEveryReferenceAndCutsPartLinkHoldersInTurn) {
   EXPECT_EQ(S(s, kTSCt, 1), 4);
 }
 
+// A damaged list item whose list is its DL's own element: a cut that removes a word of that
+// list shrinks the DL under its own walk, which then ends there.
+TEST_F(Structure, CuttingThroughAListThatIsItsOwnDLEndsThatDLsWalk) {
+  std::vector<RawItem> items = {{fc("Aval"), int32_t(kImmediate), 5}, {fc("List"), 0, kList}};
+  int32_t dl = rawDL(sp, fc("self"), items);
+  items[1].ref = dl;
+  rawWrite(sp, dl, fc("self"), items);
+  rawRootItem(sp, {fc("self"), dl, kHandle});
+  const int32_t size = sp->LmSize(dl);
+  S(s, kTSDR, int32_t(kList));  // the number is the list item's kind word, read as a member
+  EXPECT_EQ(sp->LmSize(dl), size - 4);
+  EXPECT_EQ(S(s, kTSCt, 1), 2) << "the root keeps its handle";
+}
+
 // Every walk without a depth limit of its own, on a chain far deeper than a recursive walk
 // could follow on a thread's stack.
 TEST_F(Structure, AChainOfAHundredThousandDLsIsWalkedByEveryOperation) {

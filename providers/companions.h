@@ -42,6 +42,10 @@ extern ClassRec* gPcoClass;
 
 inline CollData* collData(Object* self) { return zelkor::instanceData<CollData>(self, gCollClass); }
 
+// What `@PLK` and `@PCO` ask their parts for: the store and the module DL (database part).
+inline Word partStore(Object* self) { return zelkor::send(self, kPGTy); }
+inline int32_t partModule(Object* self) { return zelkor::i32(zelkor::send(self, kSdRR)); }
+
 // --- Records (records.cc) -------------------------------------------------------------------
 // A record as the companions read and write it: uType, data size and persist tag. The three
 // records of zove/procon.h are all this shape: a header, a string id, then abilities (a link type

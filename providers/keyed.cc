@@ -18,13 +18,6 @@ using zelkor::send;
 using zelkor::toWord;
 using zelkor::u32;
 
-namespace {
-
-Word storeOf(Object* self) { return send(self, kPGTy); }
-int32_t moduleOf(Object* self) { return i32(send(self, kSdRR)); }
-
-}  // namespace
-
 // Setu (store, signature, size): passed on unchanged; a signature of 0 is an assertion first (a
 // subclass must name its module).
 Word pcoSetup(Object* self, const Msg& m) {
@@ -40,8 +33,8 @@ Word pcoSetup(Object* self, const Msg& m) {
 // key to anything but a keyed container of the right size gives way to a new container; the DL
 // it named stays wherever else the store holds it.
 Word pcoMakeContainer(Object* self, const Msg& m) {
-  Word store = storeOf(self);
-  int32_t module = moduleOf(self);
+  Word store = partStore(self);
+  int32_t module = partModule(self);
   FourCC key = u32(m.w[1]);
   if ((key && !isPrintableCode(key)) || module <= 0) return 0;
   int32_t c = key ? handleUnder(store, module, key) : 0;
@@ -59,13 +52,13 @@ Word pcoMakeContainer(Object* self, const Msg& m) {
 
 // PoGC (key): the handle under the key in the module DL, or 0.
 Word pcoGetContainer(Object* self, const Msg& m) {
-  return handleUnder(storeOf(self), moduleOf(self), u32(m.w[0]));
+  return handleUnder(partStore(self), partModule(self), u32(m.w[0]));
 }
 
 // PGAb (p): the abilities in p's record (offset 12).
 Word pcoGetAbilities(Object* self, const Msg& m) {
   RecordFields f;
-  readRecord(storeOf(self), i32(m.w[0]), kKeyedRecord, &f);
+  readRecord(partStore(self), i32(m.w[0]), kKeyedRecord, &f);
   return toWord(f.abilities);
 }
 
@@ -75,7 +68,7 @@ Word pcoGetName(Object* self, const Msg& m) {
   auto* s = zelkor::asPtr<TString>(m.w[1]);
   if (!s) return 0;
   RecordFields f;
-  if (!readRecord(storeOf(self), i32(m.w[0]), kKeyedRecord, &f)) {
+  if (!readRecord(partStore(self), i32(m.w[0]), kKeyedRecord, &f)) {
     s->Clear();
     return 0;
   }
@@ -88,7 +81,7 @@ Word pcoGetSortName(Object* self, const Msg& m) {
   auto* s = zelkor::asPtr<TString>(m.w[1]);
   if (!s) return 0;
   RecordFields f;
-  if (readRecord(storeOf(self), i32(m.w[0]), kKeyedRecord, &f)) {
+  if (readRecord(partStore(self), i32(m.w[0]), kKeyedRecord, &f)) {
     if (int32_t r = s->LoadKString(f.table(), kPsN0 + u32(m.w[2]))) return r;
   }
   return send(self, kPGNm, m.w[0], m.w[1], 0);

@@ -19,13 +19,11 @@ using zelkor::u32;
 
 namespace {
 
-Word storeOf(Object* self) { return send(self, kPGTy); }
-int32_t moduleOf(Object* self) { return i32(send(self, kSdRR)); }
 Word managerOf(Object* self) { return send(self, kPmGP); }
 
 // The link type record of p's uType: its fields and true when there is a sound one.
 bool linkTypeOf(Object* self, Word store, FourCC type, RecordFields* f) {
-  return readRecord(store, handleUnder(store, moduleOf(self), type), kLinkTypeRecord, f);
+  return readRecord(store, handleUnder(store, partModule(self), type), kLinkTypeRecord, f);
 }
 
 }  // namespace
@@ -39,9 +37,9 @@ Word pinkSetup(Object* self, const Msg& m) {
 // and id written on every call. A handle under the type to anything but a link type record of the
 // right size is replaced by a new record.
 Word pinkDefineType(Object* self, const Msg& m) {
-  Word store = storeOf(self);
+  Word store = partStore(self);
   FourCC type = u32(m.w[0]);
-  int32_t module = moduleOf(self);
+  int32_t module = partModule(self);
   if (!isPrintableCode(type) || module <= 0) return 0;
   int32_t rec = handleUnder(store, module, type);
   if (!writableRecord(store, rec, kLinkTypeRecord)) {
@@ -58,11 +56,11 @@ Word pinkDefineType(Object* self, const Msg& m) {
 // name as its `Name` when one is given; 0 when the type has no link type record. The manager's
 // PLNL then points it at its target.
 Word pinkNewLink(Object* self, const Msg& m) {
-  Word store = storeOf(self);
+  Word store = partStore(self);
   FourCC type = u32(m.w[0]);
   RecordFields f;
   if (!linkTypeOf(self, store, type, &f)) return 0;
-  int32_t link = i32(send(store, kTSDN, toWord(type), 0, moduleOf(self)));
+  int32_t link = i32(send(store, kTSDN, toWord(type), 0, partModule(self)));
   if (link <= 0) return 0;
   send(store, kTSSS, link);
   if (auto* name = zelkor::asPtr<const TString>(m.w[1])) send(store, kTSSs, link, kNameKey, name);
@@ -87,7 +85,7 @@ Word pinkGetName(Object* self, const Msg& m) {
   auto* s = zelkor::asPtr<TString>(m.w[1]);
   if (!s) return 0;
   s->Clear();
-  Word store = storeOf(self);
+  Word store = partStore(self);
   int32_t p = i32(m.w[0]);
   RecordFields f;
   if (!linkTypeOf(self, store, u32(send(store, kTSDT, p)), &f)) return 0;
@@ -118,7 +116,7 @@ Word pinkGetAble(Object*, const Msg& m) {
 // target's `_pl#` and its parent's `_pk#` among them.
 Word pinkForget(Object* self, const Msg& m) {
   send(managerOf(self), kPmHd, m.w[0]);
-  send(storeOf(self), kTSDR, m.w[0]);
+  send(partStore(self), kTSDR, m.w[0]);
   return 0;
 }
 
